@@ -1,0 +1,32 @@
+# core_add_test(NAME LABEL unit|integration|stress LIBS ... [SOURCES ...] [BUS] [ARGS ...] [DEPENDS ...] [TIMEOUT n])
+#
+# Builds NAME from NAME.cpp (or SOURCES) with GoogleTest and gives it to ctest as one test.
+# BUS runs it under a private session bus of its own.
+#   LABEL    ctest label
+#   LIBS     what it links besides GoogleTest
+#   SOURCES  instead of NAME.cpp
+#   ARGS     further command-line words
+#   DEPENDS  targets that must be built before it, such as a program that it starts
+#   TIMEOUT  seconds, 120 by default
+function(core_add_test name)
+  cmake_parse_arguments(arg "BUS" "LABEL;TIMEOUT" "LIBS;SOURCES;ARGS;DEPENDS" ${ARGN})
+  if(NOT arg_SOURCES)
+    set(arg_SOURCES ${name}.cpp)
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS} tests::support GTest::gtest GTest::gmock GTest::gtest_main project_warnings)
+  if(arg_DEPENDS)
+    add_dependencies(${name} ${arg_DEPENDS})
+  endif()
+  if(arg_BUS)
+    add_test(NAME ${name} COMMAND dbus-run-session -- $<TARGET_FILE:${name}> ${arg_ARGS})
+    set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+  else()
+    add_test(NAME ${name} COMMAND ${name} ${arg_ARGS})
+  endif()
+  set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT}
+    ENVIRONMENT "LC_ALL=C.UTF-8;TSAN_OPTIONS=ignore_noninstrumented_modules=1 halt_on_error=1;UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()

@@ -1,0 +1,220 @@
+#include "sender.h"
+
+#include <algorithm>
+#include <system_error>
+#include <tuple>
+
+#include <poll.h>
+#include <pthread.h>
+
+#include "text.h"
+
+namespace forwarder {
+
+namespace {
+
+using artnet::ForwardingFault;
+
+/// Datagrams handled at a time: few enough that a deferred batch is small, enough for few system calls.
+constexpr std::size_t kBatch = Destination::kMostPackets;
+
+struct FaultNames {
+    const char* text;
+    const char* key;
+};
+constexpr std::array<FaultNames, kFaults + 1> kFaultNames{{{"none", "none"},
+                                                           {"size", "size"},
+                                                           {"unterminated address", "unterminated_address"},
+                                                           {"invalid address", "invalid_address"},
+                                                           {"port", "port"},
+                                                           {"Art-Net identifier", "identifier"}}};
+
+std::string suppressed_text(std::uint64_t count) {
+    return count == 0 ? "" : text(" (%llu similar lines suppressed)", static_cast<unsigned long long>(count));
+}
+
+}  // namespace
+
+const char* fault_text(ForwardingFault fault) noexcept {
+    return kFaultNames[static_cast<std::size_t>(fault)].text;
+}
+
+const char* fault_key(ForwardingFault fault) noexcept {
+    return kFaultNames[static_cast<std::size_t>(fault)].key;
+}
+
+Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch)
+    : ring_(ring), log_(log), watch_(watch), destinations_(options.rewrites) {
+    items_.reserve(kBatch);
+    packets_.reserve(kBatch);
+    copies_.reserve(kBatch);
+    deferred_.reserve(kBatch + 1);
+    if (options.tee) {
+        tee_.emplace().assign(*options.tee, *options.tee);
+    }
+    thread_ = std::thread(&Sender::run, this);
+    pthread_setname_np(thread_.native_handle(), "send");
+}
+
+Sender::~Sender() {
+    // A no-op after a normal end; without a receiver that came to be, nobody else would end the wait.
+    ring_.close();
+    join();
+}
+
+void Sender::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+std::uint64_t Sender::rejected(ForwardingFault fault) const noexcept {
+    return fault == ForwardingFault::None
+               ? 0
+               : rejected_[static_cast<std::size_t>(fault) - 1].load(std::memory_order_relaxed);
+}
+
+void Sender::run() {
+    for (;;) {
+        const std::span<Slot> slots = ring_.wait_readable(kBatch);
+        if (slots.empty()) {
+            return;
+        }
+        process(slots);
+        ring_.release(slots.size());
+    }
+}
+
+void Sender::process(std::span<Slot> slots) {
+    sort_in(slots);
+    const auto now = Backoff::Clock::now();
+    packets_.clear();
+    deferred_.clear();
+    for (const Item& item : items_) {
+        packets_.push_back(
+            {slots[item.slot].data.data() + artnet::kForwardingHeaderSize, artnet::kForwardedPacketSize});
+    }
+    for (std::size_t begin = 0; begin < items_.size();) {
+        const std::size_t index = items_[begin].destination;
+        if (index == DestinationTable::kMostDestinations) {
+            send_shared(items_[begin], packets_[begin], now);
+            ++begin;
+            continue;
+        }
+        std::size_t end = begin + 1;
+        while (end < items_.size() && items_[end].destination == index) {
+            ++end;
+        }
+        offer(destinations_[index], std::span(packets_).subspan(begin, end - begin), now);
+        begin = end;
+    }
+    if (tee_) {
+        offer(*tee_, copies_, now);
+    }
+    send_deferred();
+}
+
+void Sender::sort_in(std::span<Slot> slots) {
+    items_.clear();
+    copies_.clear();
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+        artnet::ForwardingTarget wanted;
+        const ForwardingFault fault = artnet::parse_forwarding_datagram(slots[i].bytes(), wanted);
+        if (fault != ForwardingFault::None) {
+            reject(fault, slots[i].size);
+            continue;
+        }
+        const Endpoint target{wanted.address, wanted.port};
+        items_.push_back({destinations_.find(target), i, target});
+        if (tee_) {
+            copies_.push_back({slots[i].data.data(), artnet::kForwardingDatagramSize});
+        }
+        DmxFrame frame;
+        if (watch_ != nullptr && read_dmx(slots[i].bytes().subspan(artnet::kForwardingHeaderSize), frame)) {
+            watch_->record(target, frame, slots[i].received);
+        }
+    }
+    accepted_.fetch_add(items_.size(), std::memory_order_relaxed);
+    // By destination, and in the order of arrival within each.
+    std::ranges::sort(items_, {}, [](const Item& item) { return std::tuple(item.destination, item.slot); });
+}
+
+void Sender::reject(ForwardingFault fault, std::size_t size) {
+    rejected_[static_cast<std::size_t>(fault) - 1].fetch_add(1, std::memory_order_relaxed);
+    if (const auto suppressed = reject_limiter_.admit(LogLimiter::Clock::now())) {
+        const bool longer = size > artnet::kForwardingDatagramSize;
+        log_.push(text("rejected a datagram of %s%zu bytes: %s", longer ? "more than " : "",
+                       std::min(size, artnet::kForwardingDatagramSize), fault_text(fault)) +
+                  suppressed_text(*suppressed));
+    }
+}
+
+void Sender::send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now) {
+    Destination& shared = destinations_[DestinationTable::kMostDestinations];
+    shared.retarget(destinations_.rewritten_target(item.target));
+    if (shared.send({&packet, 1}, now) == 0) {
+        shared.give_up(1, now);
+    }
+    report_error(shared, now);
+}
+
+void Sender::offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now) {
+    if (packets.empty()) {
+        return;
+    }
+    const std::size_t settled = destination.send(packets, now);
+    report_error(destination, now);
+    if (settled < packets.size()) {
+        deferred_.push_back({&destination, packets.subspan(settled)});
+    }
+}
+
+void Sender::send_deferred() {
+    // Everybody else has been served by now, so that waiting for a full queue holds up only the next batch.
+    const auto deadline = Backoff::Clock::now() + kLongestWait;
+    std::vector<pollfd> waits;
+    while (!deferred_.empty()) {
+        waits.clear();
+        for (const Deferred& entry : deferred_) {
+            waits.push_back({entry.destination->descriptor(), POLLOUT, 0});
+        }
+        poll(waits.data(), waits.size(), 1);
+        const auto now = Backoff::Clock::now();
+        bool progress = false;
+        for (Deferred& entry : deferred_) {
+            const std::size_t settled = entry.destination->send(entry.packets, now);
+            entry.packets = entry.packets.subspan(settled);
+            progress = progress || settled > 0;
+            if (!entry.packets.empty() && now >= deadline) {
+                entry.destination->give_up(entry.packets.size(), now);
+                entry.packets = {};
+            }
+            report_error(*entry.destination, now);
+        }
+        std::erase_if(deferred_, [](const Deferred& entry) { return entry.packets.empty(); });
+        if (!progress && !deferred_.empty()) {
+            // The socket has room but the interface's queue has none, which nothing announces.
+            poll(nullptr, 0, 1);
+        }
+    }
+}
+
+void Sender::report_error(Destination& destination, Backoff::Clock::time_point now) {
+    const int error = destination.take_error();
+    if (error == 0) {
+        return;
+    }
+    const auto suppressed = destination.log_limiter().admit(now);
+    if (!suppressed) {
+        return;
+    }
+    if (const auto others = error_limiter_.admit(now)) {
+        log_.push("sending to " + to_text(destination.sent_to()) + ": " +
+                  std::generic_category().message(error) +
+                  text("; %llu packets not sent so far",
+                       static_cast<unsigned long long>(destination.counters().unsent)) +
+                  suppressed_text(*suppressed + *others));
+    }
+}
+
+}  // namespace forwarder

@@ -1,0 +1,104 @@
+#pragma once
+// The send thread: checks datagrams and delivers their packets.
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/uio.h>
+
+#include "artnet/forwarding_datagram.h"
+#include "datagram_ring.h"
+#include "destination_table.h"
+#include "log_queue.h"
+#include "options.h"
+#include "watch_statistics.h"
+
+namespace forwarder {
+
+/// Reasons to reject a datagram, without None; a fault's index is its value less one.
+inline constexpr std::size_t kFaults = 5;
+static_assert(static_cast<std::size_t>(artnet::ForwardingFault::Identifier) == kFaults);
+
+/// Words for a reason, for people and (with underscores) for programs.
+[[nodiscard]] const char* fault_text(artnet::ForwardingFault fault) noexcept;
+[[nodiscard]] const char* fault_key(artnet::ForwardingFault fault) noexcept;
+
+/**
+ * Owns the send thread. It sleeps on the ring without a bound; a datagram or the ring's close ends that.
+ * Sending never waits longer than kLongestWait per batch, whatever the state of the destinations.
+ *
+ * The ring, the log queue and the statistics are borrowed and outlive this object.
+ */
+class Sender {
+public:
+    static constexpr std::chrono::milliseconds kLongestWait{20};
+
+    /// Starts the thread. `watch` may be null: nothing is recorded.
+    Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch);
+    /// Closes the ring, whose writer must have ended or never begun, and joins.
+    ~Sender();
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    /// Waits until everything in the closed ring is settled. Main thread.
+    void join();
+
+    /// Datagrams that passed all checks. Any thread, as all below.
+    [[nodiscard]] std::uint64_t accepted() const noexcept {
+        return accepted_.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] std::uint64_t rejected(artnet::ForwardingFault fault) const noexcept;
+    [[nodiscard]] const DestinationTable& destinations() const noexcept { return destinations_; }
+    [[nodiscard]] const std::optional<Destination>& tee() const noexcept { return tee_; }
+
+private:
+    /// One accepted packet of the batch in hand.
+    struct Item {
+        std::size_t destination = 0;
+        std::size_t slot = 0;
+        Endpoint target;
+    };
+    /// Part of the batch that found its destination's queue full.
+    struct Deferred {
+        Destination* destination = nullptr;
+        std::span<const iovec> packets;
+    };
+
+    void run();
+    void process(std::span<Slot> slots);
+    void sort_in(std::span<Slot> slots);
+    void reject(artnet::ForwardingFault fault, std::size_t size);
+    void send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now);
+    void offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now);
+    void send_deferred();
+    void report_error(Destination& destination, Backoff::Clock::time_point now);
+
+    DatagramRing& ring_;
+    LogQueue& log_;
+    WatchStatistics* watch_;
+    DestinationTable destinations_;
+    std::optional<Destination> tee_;
+
+    // Scratch of the send thread, reused for every batch.
+    std::vector<Item> items_;
+    std::vector<iovec> packets_;
+    std::vector<iovec> copies_;
+    std::vector<Deferred> deferred_;
+    LogLimiter error_limiter_{10, std::chrono::seconds{1}};
+    LogLimiter reject_limiter_{5, std::chrono::seconds{10}};
+
+    /// Counters: written by the send thread, read by any; they publish nothing else.
+    std::atomic<std::uint64_t> accepted_{0};
+    std::array<std::atomic<std::uint64_t>, kFaults> rejected_{};
+    std::thread thread_;
+};
+
+}  // namespace forwarder

@@ -1,0 +1,60 @@
+#pragma once
+// One merged output frame, and the pure operations on it: key, ownership, writing with brightness.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "artnet/records.h"
+#include "playlist.h"
+#include "zone.h"
+
+/// Channels of a universe.
+inline constexpr int kChannels = int{kMaxDmxChannels};
+/// A complete ArtDmx packet of 512 channels.
+inline constexpr std::size_t kDmxPacketSize = kDmxHeaderSize + kChannels;
+/// Owner of a channel that no zone claims.
+inline constexpr int kUnowned = -1;
+
+/**
+ * What goes out for one universe and destination.
+ *
+ * Per channel, the zone of the highest priority that claims it owns it; only playlists that play into that
+ * zone write it. Nothing is compared by value. Frames lie in the Repeater's table or are its blank one.
+ */
+struct MergePacket {
+    MergePacket() { owners.fill(kUnowned); }
+
+    /// The frame to send: ArtDmx header, then 512 channels.
+    std::array<unsigned char, kDmxPacketSize> packet{};
+    /// Per channel, the highest priority of the zones that claim it, or kUnowned.
+    std::array<int, kChannels> owners;
+    /// Zone ids, one entry per ownership taken. While empty, every channel is unowned.
+    std::vector<int> zones;
+};
+
+/**
+ * Key of the frame of `universe` at `destination` (null: no destination).
+ *
+ * Bits 0 to 15 hold the universe, 16 to 31 the port, 32 to 63 the address in host byte order. The port is
+ * sign-extended over the address on purpose: from 32768 on, all addresses share one frame per universe and
+ * port, and a show with such ports is merged across its destinations.
+ */
+[[nodiscard]] std::int64_t merge_packet_key(int universe, const Playlist::Address* destination) noexcept;
+
+/// Raises the owner of each of the zone's channels to the zone's priority where that is higher.
+void claim_channels(MergePacket& merge_packet, const Zone& zone) noexcept;
+
+/// Copies the 18 header bytes, the length field included: the newest packet's header heads the frame.
+void write_header(MergePacket& merge_packet, std::span<const unsigned char> data) noexcept;
+
+/// Writes the channels of ArtDmx packet `data` that no zone owns. `brightness` in percent, any int; the
+/// product is cut toward zero and stored modulo 256.
+void write_unowned_channels(MergePacket& merge_packet, std::span<const unsigned char> data,
+                            int brightness) noexcept;
+
+/// Writes those channels of `zone` that are in `data` and owned at the zone's priority.
+void write_zone_channels(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness,
+                         const Zone& zone) noexcept;

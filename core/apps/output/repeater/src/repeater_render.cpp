@@ -1,0 +1,130 @@
+// The render worker: takes up plays, waits for the next due time, sends. All on the render worker.
+
+#include "repeater.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "ondra/logger.h"
+#include "ondra/timing.h"
+#include "playlist_stopped_object.h"
+
+using ondra::Clock;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Sleep while nothing plays, and step of a playlist whose loader is behind.
+constexpr Clock::duration kIdleInterval = 10ms;
+
+/// Limit of a playlist that is still loading: more packets may come.
+constexpr int kNoLimit = std::numeric_limits<int>::max();
+
+/// Text of an errno value; any thread.
+std::string error_text(int error) {
+    std::array<char, 128> buffer{};
+    return strerror_r(error, buffer.data(), buffer.size());
+}
+
+}  // namespace
+
+void Repeater::do_render_work() {
+    ONDRA_LOG(ondra::kNormal, "[Repeater::do_render_work] Start render worker");
+    socket_ = std::make_unique<ondra::net::UdpSocket>();
+    PlaylistStoppedObject stopped;
+    // The worker's object and the engine live on different threads, which makes this connection a queued one.
+    connect(&stopped, &PlaylistStoppedObject::OnPlaylistStopped, this, &Repeater::OnPlaylistStopped);
+    // Reused for every packet, so that playing allocates nothing.
+    Playlist::Packet packet;
+
+    // Held for the worker's whole life: it goes to a waiting writer once per cycle and while idle. A control
+    // call so waits for the current due time at most, and a frame is never cut by one.
+    lock_.lock_as_reader();
+    while (running_.load(std::memory_order_acquire)) {
+        lock_.resolve_pending_write();
+        take_up_requests();
+        PlaylistDesc* const desc = next_due();
+        if (desc == nullptr) {
+            lock_.unlock_as_reader();
+            ondra::sleep_for(kIdleInterval);
+            lock_.lock_as_reader();
+            continue;
+        }
+        ondra::wait_while([due_time = desc->due_time] { return Clock::now() < due_time; });
+        refresh_node_map();
+        if (send_due_packets(*desc, packet)) {
+            desc->finished = true;
+            Q_EMIT stopped.OnPlaylistStopped(desc->playlist.id());
+        }
+    }
+    lock_.unlock_as_reader();
+    socket_.reset();
+}
+
+void Repeater::take_up_requests() {
+    for (const auto& desc : playlists_) {
+        if (desc->play_requested) {
+            desc->active = true;
+            desc->play_requested = false;
+            desc->due_time = Clock::now();
+        }
+    }
+}
+
+PlaylistDesc* Repeater::next_due() {
+    PlaylistDesc* next = nullptr;
+    for (const auto& desc : playlists_) {
+        if (desc->active && !desc->finished && (next == nullptr || desc->due_time < next->due_time)) {
+            next = desc.get();
+        }
+    }
+    return next;
+}
+
+void Repeater::refresh_node_map() {
+    if (node_map_changed_.load(std::memory_order_acquire)) {
+        const std::lock_guard guard{node_map_mutex_};
+        node_map_changed_.store(false, std::memory_order_relaxed);
+        node_map_ = pending_node_map_;
+    }
+}
+
+bool Repeater::send_due_packets(PlaylistDesc& desc, Playlist::Packet& packet) {
+    const Playlist& playlist = desc.playlist;
+    int limit = kNoLimit;
+    // The count is the final one only when it is read after done().
+    if (desc.loader.done()) {
+        limit = playlist.packets_loaded();
+        if (playlist.loop_mode() && desc.position >= limit) {
+            desc.position -= limit;
+        }
+    }
+    while (desc.position < limit) {
+        if (!playlist.packet(desc.position, packet)) {
+            desc.due_time = ondra::saturating_add(desc.due_time, kIdleInterval);
+            break;
+        }
+        if (!send_packet(playlist, desc.position, packet)) {
+            const int error = errno;
+            // A failed send counts as sent: the show's time goes on.
+            ONDRA_LOG(
+                ondra::kSendTrace,
+                "[Repeater::do_render_work] Can't send packet (playlist_id:%d, packet:%d, universe:%d) due "
+                "to '%s', errno %d",
+                playlist.id(), desc.position, packet.universe, error_text(error).c_str(), error);
+        }
+        ++desc.position;
+        if (packet.delay >= 1ns) {
+            desc.due_time = ondra::saturating_add(
+                desc.due_time, ondra::calculate_delay(packet.delay, playlist.get_speed_boost()));
+            break;
+        }
+    }
+    return !playlist.loop_mode() && desc.position >= limit;
+}

@@ -1,0 +1,72 @@
+#include "artnet/recording_writer.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstddef>
+#include <cstring>
+
+#include "artnet/opcodes.h"
+#include "artnet/records.h"
+#include "artnet/universe.h"
+
+namespace {
+
+ArtHeader make_header(std::uint16_t opcode) {
+    return {.ID = {'A', 'r', 't', '-', 'N', 'e', 't', '\0'}, .OpCode = opcode};
+}
+
+template <typename Record>
+void append(std::vector<std::uint8_t>& out, const Record& record, std::size_t size = sizeof(Record)) {
+    const std::size_t begin = out.size();
+    out.resize(begin + size);
+    std::memcpy(out.data() + begin, &record, size);
+}
+
+}  // namespace
+
+void append_artdmx(std::vector<std::uint8_t>& out, std::uint16_t universe,
+                   std::span<const std::uint8_t> levels, std::uint8_t sequence) {
+    const std::size_t count = std::min(levels.size(), kMaxDmxChannels);
+    ArtDmx dmx;
+    dmx.Header = make_header(opcode::kDmx);
+    dmx.ProtVerHi = 0;
+    dmx.ProtVerLo = kProtocolVersion;
+    dmx.Sequence = sequence;
+    dmx.Physical = 0;
+    dmx.SubUni = static_cast<std::uint8_t>(universe & 0xFF);
+    dmx.Net = static_cast<std::uint8_t>(universe >> 8);
+    dmx.Length = swap_word(static_cast<std::uint16_t>(count));
+    std::copy_n(levels.begin(), count, dmx.Data.begin());
+    append(out, dmx, kDmxHeaderSize + count);
+}
+
+void append_artoemvfps(std::vector<std::uint8_t>& out, std::uint32_t milliseconds) {
+    append(out, ArtOemVfps{make_header(opcode::kOemVfps), milliseconds});
+}
+
+void append_artoemvfpsns(std::vector<std::uint8_t>& out, std::uint64_t nanoseconds) {
+    append(out, ArtOemVfpsNs{make_header(opcode::kOemVfpsNs), nanoseconds});
+}
+
+RecordingWriter& RecordingWriter::dmx(std::uint16_t universe, std::span<const std::uint8_t> levels,
+                                      std::uint8_t sequence) {
+    append_artdmx(packet_, universe, levels, sequence);
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::frame_delay(std::chrono::nanoseconds time) {
+    assert(time.count() >= 0);
+    append_artoemvfpsns(packet_, static_cast<std::uint64_t>(time.count()));
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::frame_delay_ms(std::uint32_t milliseconds) {
+    append_artoemvfps(packet_, milliseconds);
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::flush_packet() {
+    out_.write(reinterpret_cast<const char*>(packet_.data()), static_cast<std::streamsize>(packet_.size()));
+    packet_.clear();
+    return *this;
+}

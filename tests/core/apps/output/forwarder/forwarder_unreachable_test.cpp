@@ -1,0 +1,136 @@
+// The real program with destinations that cannot be reached, in a network of this test's own.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "private_network.h"
+#include "running_forwarder.h"
+
+namespace {
+
+using tests::artdmx;
+using tests::datagram;
+using tests::destination_of;
+using tests::number_of;
+using tests::RunningForwarder;
+using tests::UdpPeer;
+
+const std::string kObstacle = tests::enter_private_network();
+
+class ForwarderUnreachableTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!kObstacle.empty()) {
+            GTEST_SKIP() << kObstacle;
+        }
+    }
+
+    static int count_of(const std::string& text, const std::string& part) {
+        int count = 0;
+        for (std::size_t found = text.find(part); found != std::string::npos;
+             found = text.find(part, found + 1)) {
+            ++count;
+        }
+        return count;
+    }
+};
+
+TEST_F(ForwarderUnreachableTest, DestinationWithoutARouteCostsTheOthersNothing) {
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready()) << forwarder.program().error_output();
+    const UdpPeer node("127.0.0.2");
+    const UdpPeer service;
+    constexpr int kRounds = 500;
+    for (int i = 0; i < kRounds; ++i) {
+        service.send(forwarder.port(), datagram("192.0.2.1", 6454, artdmx(0)));
+        service.send(forwarder.port(), datagram("127.0.0.2", node.port(), artdmx(1)));
+        ASSERT_EQ(node.receive(), artdmx(1)) << i;
+    }
+    const auto report = forwarder.stop();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(number_of(destination_of(*report, "127.0.0.2"), "packets"), kRounds);
+    const QJsonObject dead = destination_of(*report, "192.0.2.1");
+    EXPECT_EQ(number_of(dead, "packets"), 0);
+    EXPECT_EQ(number_of(dead, "unsent"), kRounds);
+    EXPECT_GE(number_of(dead, "errors"), 1);
+    EXPECT_LT(number_of(dead, "errors"), kRounds) << "it is not tried for every packet";
+    EXPECT_EQ(tests::at(dead, "last_error"), QLatin1String("Network is unreachable"));
+}
+
+TEST_F(ForwarderUnreachableTest, ErrorsOfOneDestinationAreLoggedOnceNotPerPacket) {
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready());
+    const UdpPeer node("127.0.0.2");
+    const UdpPeer service;
+    // Several back-offs' worth of tries.
+    const QJsonObject report = forwarder.report_when([&](const QJsonObject& r) {
+        service.send(forwarder.port(), datagram("192.0.2.1", 6454));
+        return number_of(destination_of(r, "192.0.2.1"), "errors") >= 3;
+    });
+    EXPECT_GE(number_of(destination_of(report, "192.0.2.1"), "errors"), 3);
+    ASSERT_TRUE(forwarder.stop());
+    EXPECT_EQ(
+        count_of(forwarder.program().error_output(), "sending to 192.0.2.1:6454: Network is unreachable"), 1);
+}
+
+TEST_F(ForwarderUnreachableTest, ManyDeadDestinationsLogNoMoreThanAHandfulOfLines) {
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready());
+    const UdpPeer service;
+    constexpr int kDead = 200;
+    for (int i = 0; i < kDead; ++i) {
+        service.send(forwarder.port(), datagram("192.0.2." + std::to_string(i), 6454));
+    }
+    (void)forwarder.report_when([](const QJsonObject& r) { return number_of(r, "accepted") == kDead; });
+    ASSERT_TRUE(forwarder.stop());
+    const int lines = count_of(forwarder.program().error_output(), "Network is unreachable");
+    EXPECT_GE(lines, 1);
+    EXPECT_LE(lines, 40);
+}
+
+TEST_F(ForwarderUnreachableTest, DestinationIsServedAgainSoonAfterItsRouteAppears) {
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready());
+    const UdpPeer everywhere("0.0.0.0");
+    const UdpPeer service;
+    service.send(forwarder.port(), datagram("198.51.100.1", everywhere.port()));
+    (void)forwarder.report_when(
+        [](const QJsonObject& r) { return number_of(destination_of(r, "198.51.100.1"), "unsent") == 1; });
+    if (!tests::run_ip("address add 198.51.100.1/32 dev lo")) {
+        GTEST_SKIP() << "iproute2 is missing";
+    }
+    const auto report = forwarder.report_when([&](const QJsonObject& r) {
+        service.send(forwarder.port(), datagram("198.51.100.1", everywhere.port()));
+        return number_of(destination_of(r, "198.51.100.1"), "packets") > 0;
+    });
+    EXPECT_GT(number_of(destination_of(report, "198.51.100.1"), "packets"), 0);
+    EXPECT_TRUE(everywhere.receive());
+}
+
+TEST_F(ForwarderUnreachableTest, NodeThatNeverAnswersAddressResolutionCostsTheOthersNothing) {
+    if (!tests::run_ip("link add rig0 type veth peer name rig1") || !tests::run_ip("link set rig0 up") ||
+        !tests::run_ip("link set rig1 up") || !tests::run_ip("address add 10.77.0.1/24 dev rig0")) {
+        GTEST_SKIP() << "no virtual Ethernet pair here";
+    }
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready());
+    const UdpPeer node("127.0.0.2");
+    const UdpPeer service;
+    // More than the kernel lets wait for one address, sent within the seconds in which it still asks.
+    constexpr int kRounds = 300;
+    for (int i = 0; i < kRounds; ++i) {
+        for (int universe = 0; universe < 8; ++universe) {
+            service.send(forwarder.port(), datagram("10.77.0.2", 6454, artdmx(2)));
+        }
+        service.send(forwarder.port(), datagram("127.0.0.2", node.port(), artdmx(1)));
+        ASSERT_EQ(node.receive(), artdmx(1)) << i;
+    }
+    const auto report = forwarder.stop();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(number_of(destination_of(*report, "127.0.0.2"), "packets"), kRounds);
+    EXPECT_EQ(number_of(destination_of(*report, "127.0.0.2"), "waits"), 0);
+    const QJsonObject dead = destination_of(*report, "10.77.0.2");
+    EXPECT_EQ(number_of(dead, "packets") + number_of(dead, "unsent"), kRounds * 8);
+    tests::run_ip("link del rig0");
+}
+
+}  // namespace

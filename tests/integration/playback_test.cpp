@@ -1,0 +1,251 @@
+// Order, looping, timing and the playlists' own settings, as they arrive at the forwarder's end.
+
+#include <algorithm>
+
+#include "service_test.h"
+
+using namespace integration;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Levels = std::vector<int>;
+
+/// Frames with 1, 2, 3 ... `frames` on channel 0 of a universe; whole blocks, so that none comes twice.
+Recording counting(int universe, int frames, std::chrono::nanoseconds delay) {
+    Recording recording;
+    for (int frame = 1; frame <= frames; ++frame) {
+        recording.dmx(universe, {static_cast<std::uint8_t>(frame)}).frame_delay(delay);
+    }
+    return recording.fill_to((recording.size() + 511) / 512 * 512);
+}
+
+Levels first_levels(const std::vector<Frame>& frames) {
+    Levels levels;
+    for (const Frame& frame : frames) {
+        levels.push_back(frame.level(0));
+    }
+    return levels;
+}
+
+class PlaybackTest : public ServiceTest {
+protected:
+    /// Plays and returns how long after the call the last of `count` datagrams was read.
+    Clock::duration time_of(int id, int count) {
+        const Clock::time_point before = Clock::now();
+        EXPECT_TRUE(controller().play(id));
+        return wire_.next(count).back().arrival - before;
+    }
+
+    ForwarderSocket wire_;
+};
+
+}  // namespace
+
+TEST_F(PlaybackTest, PacketsLeaveInTheOrderOfTheRecording) {
+    Recording recording;
+    recording.dmx(3, {1}).dmx(1, {2}).dmx(2, {3}).frame_delay(2ms).dmx(1, {4}).dmx(3, {5});
+    add_playlist(1, false, recording, {wire_.output("*")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    ASSERT_TRUE(controller().wait_for_stopped(1));
+    std::vector<std::pair<int, int>> sent;
+    for (const Frame& frame : wire_.arrived()) {
+        sent.emplace_back(frame.universe(), frame.level(0));
+    }
+    using Sent = std::pair<int, int>;
+    EXPECT_THAT(sent, ElementsAre(Sent{3, 1}, Sent{1, 2}, Sent{2, 3}, Sent{1, 4}, Sent{3, 5}));
+}
+
+TEST_F(PlaybackTest, EffectsFollowEachOtherAndEachUsesItsOwnOutputs) {
+    ForwarderSocket second;
+    show()
+        .recording("a.rec", counting(1, 2, 1ms).bytes())
+        .recording("b.rec", counting(1, 3, 1ms).bytes())
+        .playlist(ShowPlaylist(1)
+                      .loop(false)
+                      .effect(ShowEffect("a.rec").output(wire_.output("1")))
+                      .effect(ShowEffect("b.rec").output(second.output("1"))));
+    start();
+    EXPECT_TRUE(controller().play(1));
+    ASSERT_TRUE(controller().wait_for_stopped(1));
+    EXPECT_THAT(first_levels(wire_.arrived()), ElementsAre(1, 2));
+    EXPECT_THAT(first_levels(second.arrived()), ElementsAre(1, 2, 3));
+}
+
+TEST_F(PlaybackTest, ALoopRestartsAtTheFirstPacketAndNeverEnds) {
+    add_playlist(1, true, counting(1, 3, 2ms), {wire_.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    EXPECT_THAT(first_levels(wire_.next(9)), ElementsAre(1, 2, 3, 1, 2, 3, 1, 2, 3));
+    EXPECT_THAT(controller().stopped(), IsEmpty());
+}
+
+TEST_F(PlaybackTest, ALongRecordingArrivesWholeAndInOrder) {
+    add_playlist(1, false, counting(1, 250, 1ms), {wire_.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    ASSERT_TRUE(controller().wait_for_stopped(1));
+    const Levels levels = first_levels(wire_.arrived());
+    ASSERT_EQ(levels.size(), 250u);
+    EXPECT_TRUE(std::is_sorted(levels.begin(), levels.end()));
+    EXPECT_EQ(levels.front(), 1);
+    EXPECT_EQ(levels.back(), 250);
+}
+
+TEST_F(PlaybackTest, PlaylistsInterleaveInTheOrderOfTheirDueTimes) {
+    // Due every 40 and every 30 ms: between two of the slow one lie one or two of the fast one, whatever
+    // stalls.
+    show()
+        .recording("slow.rec", Recording{}.dmx(1, {1}).bytes())
+        .recording("fast.rec", Recording{}.dmx(2, {1}).bytes())
+        .playlist(ShowPlaylist(2).effect(ShowEffect("slow.rec").fps(25).output(wire_.output("*"))))
+        .playlist(ShowPlaylist(3).effect(ShowEffect("fast.rec").output(wire_.output("*"))));
+    start();
+    EXPECT_TRUE(controller().play(2));
+    EXPECT_TRUE(controller().play(3));
+    wire_.next_where([](const Frame& frame) { return frame.universe() == 2; });
+    wire_.next_where([](const Frame& frame) { return frame.universe() == 1; });
+    int fast_between = 0;
+    int slow = 0;
+    int fast = 0;
+    while (slow < 10 && !HasFailure()) {
+        if (wire_.next().universe() == 2) {
+            ++fast_between;
+            ++fast;
+            continue;
+        }
+        EXPECT_GE(fast_between, 1);
+        EXPECT_LE(fast_between, 2);
+        fast_between = 0;
+        ++slow;
+    }
+    // 400 ms hold 13 intervals of 30 ms.
+    EXPECT_GE(fast, 13);
+    EXPECT_LE(fast, 14);
+}
+
+TEST_F(PlaybackTest, PausingOnePlaylistLeavesTheOthersPlaying) {
+    ForwarderSocket other;
+    add_playlist(1, true, counting(1, 3, 2ms), {wire_.output("1")});
+    add_playlist(2, true, counting(1, 3, 2ms), {other.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    EXPECT_TRUE(controller().play(2));
+    static_cast<void>(wire_.next());
+    EXPECT_TRUE(controller().pause(1));
+    wire_.arrived();
+    other.arrived();
+    static_cast<void>(other.next(6));
+    EXPECT_THAT(wire_.arrived(), IsEmpty());
+}
+
+TEST_F(PlaybackTest, AFrameIsNeverEarly) {
+    add_playlist(1, true, counting(1, 4, 20ms), {wire_.output("1")});
+    start();
+    // Three recorded delays and the last packet's thirty milliseconds.
+    EXPECT_GE(time_of(1, 5), 90ms);
+}
+
+TEST_F(PlaybackTest, AFullSpeedBoostHalvesTheIntervals) {
+    add_playlist(1, true, counting(1, 50, 200ms), {wire_.output("1")});
+    start();
+    const Clock::time_point before = Clock::now();
+    EXPECT_TRUE(controller().play(1));
+    static_cast<void>(wire_.next());
+    // Clamped to 100.
+    controller().set_speed_boost(1, 250);
+    const auto missed = static_cast<int>(wire_.arrived().size());
+    // One interval may still be an old one.
+    const Clock::time_point begin = wire_.next(2).back().arrival;
+    const Clock::time_point end = wire_.next(10).back().arrival;
+    // Ten intervals would take two seconds at nominal speed.
+    EXPECT_LT(end - begin, 1900ms);
+    // Of all intervals since the start none was shorter than half.
+    EXPECT_GE(end - before, (missed + 12) * 100ms);
+}
+
+TEST_F(PlaybackTest, ASpeedBoostFromTheFileIsNotClamped) {
+    // -100 doubles the intervals, which no call over the bus can; below that it stays there.
+    show()
+        .recording("1.rec", Recording{}.dmx(1, {1}).bytes())
+        .playlist(ShowPlaylist(1).speed_boost(-100).effect(ShowEffect("1.rec").output(wire_.output("1"))))
+        .playlist(ShowPlaylist(2).speed_boost(-500).effect(ShowEffect("1.rec").output(wire_.output("1"))));
+    start();
+    EXPECT_GE(time_of(1, 4), 180ms);
+    controller().stop();
+    wire_.arrived();
+    EXPECT_GE(time_of(2, 4), 180ms);
+}
+
+TEST_F(PlaybackTest, ASpeedBoostBelowZeroOverTheBusCountsAsNone) {
+    show()
+        .recording("1.rec", Recording{}.dmx(1, {1}).bytes())
+        .playlist(
+            ShowPlaylist(1).speed_boost(-500).effect(ShowEffect("1.rec").fps(10).output(wire_.output("1"))));
+    start();
+    EXPECT_TRUE(controller().play(1));
+    static_cast<void>(wire_.next());
+    controller().set_speed_boost(1, -50);
+    // One interval may still be an old, doubled one. Half again as long, ten of them would take 1.5 seconds.
+    const Clock::time_point begin = wire_.next(2).back().arrival;
+    EXPECT_LT(wire_.next(10).back().arrival - begin, 1400ms);
+}
+
+TEST_F(PlaybackTest, BrightnessIsAPercentageRoundedDown) {
+    add_playlist(1, true, Recording{}.dmx(1, {255, 1, 100, 0, 2}).frame_delay(2ms), {wire_.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    const auto levels_at = [this](int brightness) {
+        controller().set_brightness(1, brightness);
+        wire_.arrived();
+        return wire_.next().levels(5);
+    };
+    EXPECT_EQ(levels_at(50), (Levels{127, 0, 50, 0, 1}));
+    EXPECT_EQ(levels_at(33), (Levels{84, 0, 33, 0, 0}));
+    EXPECT_EQ(levels_at(99), (Levels{252, 0, 99, 0, 1}));
+    EXPECT_EQ(levels_at(1), (Levels{2, 0, 1, 0, 0}));
+    EXPECT_EQ(levels_at(100), (Levels{255, 1, 100, 0, 2}));
+}
+
+TEST_F(PlaybackTest, BrightnessOfOnePlaylistLeavesTheOthersAlone) {
+    ForwarderSocket other;
+    add_playlist(1, true, Recording{}.dmx(1, {200}).frame_delay(2ms), {wire_.output("1")});
+    add_playlist(2, true, Recording{}.dmx(1, {100}).frame_delay(2ms), {other.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(1));
+    EXPECT_TRUE(controller().play(2));
+    controller().set_brightness(1, 50);
+    wire_.arrived();
+    other.arrived();
+    EXPECT_EQ(wire_.next().level(0), 100);
+    EXPECT_EQ(other.next().level(0), 100);
+}
+
+TEST_F(PlaybackTest, AControlCallIsAnsweredDuringALoopWithoutAnyDelay) {
+    // Two frames a nanosecond: the delay of each truncates to none.
+    show()
+        .recording("1.rec", Recording{}.dmx(1, {1}).dmx(1, {2}).bytes())
+        .playlist(ShowPlaylist(1).effect(ShowEffect("1.rec").fps(2e9).output(wire_.output("1"))));
+    start();
+    EXPECT_TRUE(controller().play(1));
+    static_cast<void>(wire_.next(20));
+    EXPECT_TRUE(controller().pause(1));
+    controller().stop_playlist(1);
+}
+
+TEST_F(PlaybackTest, APlaylistsEndIsSignalledForEachThatEndsAndNotForALoop) {
+    add_playlist(1, false, counting(1, 2, 1ms), {wire_.output("1")});
+    add_playlist(2, true, counting(1, 2, 1ms), {wire_.output("1")});
+    add_playlist(3, false, counting(1, 60, 1ms), {wire_.output("1")});
+    start();
+    EXPECT_TRUE(controller().play(2));
+    EXPECT_TRUE(controller().play(3));
+    EXPECT_TRUE(controller().play(1));
+    ASSERT_TRUE(controller().wait_for_stopped(2));
+    controller().stop();
+    EXPECT_THAT(controller().stopped(), testing::UnorderedElementsAre(1, 3));
+}

@@ -1,0 +1,30 @@
+#pragma once
+// A session bus of a test's own.
+
+#include <memory>
+#include <string>
+
+#include "started_program.h"
+
+namespace integration {
+
+/// Runs a bus daemon that nothing else on the machine uses; it ends with the object.
+class SessionBus {
+public:
+    /**
+     * @param directory  where socket and configuration go; short, since a socket's path is limited
+     * @param policy     further elements of the daemon's configuration, after those that allow everything
+     */
+    explicit SessionBus(const std::string& directory, const std::string& policy = "");
+
+    /// False when the daemon did not come up, usually because it is not installed.
+    [[nodiscard]] bool running() const { return running_; }
+    [[nodiscard]] const std::string& address() const { return address_; }
+
+private:
+    std::string address_;
+    std::unique_ptr<StartedProgram> daemon_;
+    bool running_ = false;
+};
+
+}  // namespace integration
