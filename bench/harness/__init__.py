@@ -1,0 +1,1 @@
+"""The whole-program benchmarks behind scripts/bench."""

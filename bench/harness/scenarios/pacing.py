@@ -1,0 +1,134 @@
+"""How late frames are at 40 frames a second, against a loop that yields until the same deadlines."""
+
+import time
+
+import numpy
+
+from .. import paths
+from ..analysis import Frames, order_faults, quantiles
+from ..machine import thread_seconds
+from ..programs import Program, Receiver, Service, run_measured
+from ..show import Show
+
+INTERVAL_NS = 25_000_000
+FPS = 40
+# The recording is short and loops, so that loading it is over before the second frame.
+RECORDED_FRAMES = 80
+PLAYLISTS = 8
+MICROSECONDS = 1e-3
+
+
+def figures(parts, cpu_seconds, seconds, **more):
+    """Figures over the Frames of one run, one for each playlist."""
+    joined = {name: numpy.concatenate([getattr(part, name) for part in parts])
+              for name in ("first_lateness", "last_lateness", "span", "deviations")}
+    out = {"frames": len(joined["first_lateness"])}
+    for name, label in (("deviations", "deviation"), ("first_lateness", "first"), ("last_lateness", "last"), ("span", "span")):
+        for point, value in zip(("p50", "p99", "max"), quantiles(joined[name] * MICROSECONDS)):
+            out[f"{label}_{point}_us"] = value
+    out["drift_ppm"] = max((part.drift_ppm() for part in parts), key=abs)
+    out["cpu_per_second"] = cpu_seconds / seconds
+    out["first_us"] = [round(float(value) * MICROSECONDS, 2) for value in joined["first_lateness"]]
+    return {**out, **more}
+
+
+def bare(universes, seconds):
+    frames = int(seconds * FPS)
+    with Receiver(universes * frames) as receiver:
+        begin = time.monotonic()
+        cpu = run_measured([paths.tool("pacing_loop"), receiver.port, universes, INTERVAL_NS, frames])
+        wall = time.monotonic() - begin
+        rows = receiver.rows()
+    parts = [Frames(rows, universes, INTERVAL_NS)]
+    return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step)
+
+
+def service(universes, seconds, playlists=1):
+    show = Show()
+    with Receiver(int(universes * playlists * FPS * (seconds + 5))) as receiver:
+        for number in range(1, playlists + 1):
+            show.recording(f"{number}.rec", universes, RECORDED_FRAMES, sequence=number)
+            zones = {universe: number for universe in range(universes)} if playlists > 1 else None
+            show.playlist(number, f"{number}.rec", receiver.port, loop=True, zones=zones, fps=FPS, ppf=universes)
+        with Service(show) as program:
+            if playlists > 1:
+                program.ask(f"zones {playlists} 512")
+            for number in range(1, playlists + 1):
+                program.play(number)
+            cpu, begin = thread_seconds(program.pid), time.monotonic()
+            time.sleep(seconds)
+            cpu, wall = thread_seconds(program.pid) - cpu, time.monotonic() - begin
+            program.stop()
+        rows = receiver.rows()
+    show.remove()
+    parts = [Frames(rows[rows["sequence"] == number], universes, INTERVAL_NS) for number in range(1, playlists + 1)]
+    return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step,
+                   faults=order_faults(rows, RECORDED_FRAMES))
+
+
+def with_other_core_busy(measure):
+    with Program(["sh", "-c", "while :; do :; done"]):
+        return measure()
+
+
+def judge(bench, counts):
+    result = bench.result
+    for universes in counts:
+        case, reference = f"{universes} universes", f"{universes} universes, bare loop"
+        ours = {figure: result.median(case, figure) for figure in result.data["cases"][case]["rounds"][0] if figure.endswith("_us") and figure != "first_us"}
+        bare_one = {figure: result.median(reference, figure) for figure in ours}
+        if universes in (10, 16):
+            result.goal(f"pacing, {universes} universes: p99 interval deviation, times the bare loop's",
+                        ours["deviation_p99_us"] / bare_one["deviation_p99_us"], 1.5)
+            busy, busy_bare = f"{universes} universes, other core busy", f"{universes} universes, bare loop, other core busy"
+            if busy in result.data["cases"]:
+                result.goal(f"pacing, {universes} universes, other core busy: p99 interval deviation, times the bare loop's",
+                            result.median(busy, "deviation_p99_us") / result.median(busy_bare, "deviation_p99_us"), 2.0)
+        for point, limit in (("p50", 3.0), ("p99", 10.0)):
+            result.goal(f"pacing, {universes} universes: lateness of the first packet beyond the bare loop's, {point}",
+                        ours[f"first_{point}_us"] - bare_one[f"first_{point}_us"], limit, unit=" µs")
+        if universes in (10, 256):
+            result.goal(f"pacing, {universes} universes: first to last packet, p50, times the bare loop's",
+                        ours["span_p50_us"] / bare_one["span_p50_us"], 1.4 if universes == 10 else 1.2)
+        for name in (case, reference):
+            frames = sum(result.values(name, "frames"))
+            if frames >= 10_000:
+                pooled = numpy.concatenate(result.values(name, "first_us"))
+                result.tell(f"pacing, {name}: p99.9 of the first packet's lateness over {frames} frames",
+                            us=float(numpy.quantile(pooled, 0.999)))
+
+
+def run_scenario(bench):
+    seconds = bench.options.seconds or bench.choose(20.0, 2.0)
+    counts = bench.choose((1, 10, 16, 64, 256), (1, 16))
+    for universes in counts:
+        bench.rounds(
+            (f"{universes} universes, bare loop", lambda u=universes: bare(u, seconds)),
+            (f"{universes} universes", lambda u=universes: service(u, seconds)),
+            (f"{universes} universes, {PLAYLISTS} playlists", lambda u=universes: service(u, seconds, PLAYLISTS)),
+        )
+        if universes in (10, 16):
+            bench.rounds(
+                (f"{universes} universes, bare loop, other core busy",
+                 lambda u=universes: with_other_core_busy(lambda: bare(u, seconds))),
+                (f"{universes} universes, other core busy",
+                 lambda u=universes: with_other_core_busy(lambda: service(u, seconds))),
+            )
+    judge(bench, counts)
+
+    # Long runs, once each: the slope needs time, not repetition.
+    result = bench.result
+    drift_seconds = bench.choose(60.0, 2.0)
+    rounds, bench.options.rounds = bench.options.rounds, 1
+    bench.rounds(
+        ("drift, 16 universes, bare loop", lambda: bare(16, drift_seconds)),
+        ("drift, 16 universes", lambda: service(16, drift_seconds)),
+        ("drift, 256 universes", lambda: service(256, drift_seconds)),
+        (f"drift, 16 universes, {PLAYLISTS} playlists", lambda: service(16, drift_seconds, PLAYLISTS)),
+    )
+    bench.options.rounds = rounds
+    for case, entry in result.data["cases"].items():
+        if case.startswith("drift") and "bare" not in case:
+            result.goal(f"pacing, {case}", max(abs(one["drift_ppm"]) for one in entry["rounds"]), 0.5, unit=" ppm")
+    faults = sum(one.get("faults", 0) + one["dropped"] for entry in result.data["cases"].values() for one in entry["rounds"])
+    result.goal("pacing: frames lost, repeated or out of order", faults, 0)

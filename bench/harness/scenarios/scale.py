@@ -1,0 +1,70 @@
+"""Cost of a packet for growing shows, with recordings that are always overdue, so that no waiting is in it."""
+
+from .. import paths
+from ..analysis import rate
+from ..programs import Receiver, run_measured
+from ..show import ADDRESS, Show
+from .burst import overdue
+
+# The same for every point, so that only the shape of the show differs and not how well it fits a cache.
+STORED_PACKETS = 64_000
+# Half a microsecond a packet of all playlists: less than sending takes, so that every frame is overdue.
+PACKETS_PER_SECOND = 2_000_000
+
+
+def measure(seconds, universes=16, playlists=1, zones=0, nodes=0):
+    show = Show()
+    settle = 0.3 + 0.02 * playlists
+    with Receiver(int(1_200_000 * (settle + seconds + 1))) as receiver:
+        port = None if nodes else receiver.port
+        for number in range(1, playlists + 1):
+            show.recording(f"{number}.rec", universes, max(STORED_PACKETS // universes // playlists, 1), sequence=number)
+            in_zones = {universe: universe % zones + 1 for universe in range(universes)} if zones else None
+            show.playlist(number, f"{number}.rec", port, loop=True, zones=in_zones,
+                          fps=PACKETS_PER_SECOND // universes // playlists, ppf=universes)
+
+        def prepare(service):
+            if zones:
+                service.ask(f"zones {zones} 512")
+            if nodes:
+                # One node for each universe that plays, the rest on others.
+                at = [*range(universes), *range(1000, 1000 + nodes - universes)][:nodes]
+                service.announce(";".join(f"1:{universe}:{ADDRESS}:{receiver.port}" for universe in at))
+
+        rows, cpu, dropped = overdue(receiver, show, range(1, playlists + 1), seconds, prepare, settle)
+    show.remove()
+    counts = [int((rows["sequence"] == number).sum()) for number in range(1, playlists + 1)]
+    return {"ns_per_packet": 1e9 / rate(rows, 0), "cpu_ns_per_packet": cpu / len(rows) * 1e9, "dropped": dropped, "least_share": min(counts) * playlists / len(rows)}
+
+
+def bare(packets):
+    with Receiver(packets) as receiver:
+        cpu = run_measured([paths.tool("sendto_loop"), receiver.port, packets])
+        return {"ns_per_packet": 1e9 / rate(receiver.rows(), receiver.dropped), "cpu_ns_per_packet": cpu / packets * 1e9}
+
+
+def run_scenario(bench):
+    result = bench.result
+    seconds = bench.choose(0.5, 0.2)
+    sweeps = {
+        "universes": [dict(universes=n) for n in (1, 4, 16, 64, 256)],
+        "playlists": [dict(playlists=n) for n in (1, 4, 16, 64)],
+        "zones": [dict(universes=64, zones=n) for n in (0, 1, 8, 64)],
+        "nodes": [dict(universes=1, nodes=n) for n in (1, 10, 100, 1000)],
+    }
+    cases = [("bare sendto", lambda: bare(bench.choose(200_000, 20_000)))]
+    for name, points in sweeps.items():
+        for point in points:
+            cases.append((f"{point[name]} {name}", lambda p=point: measure(seconds, **p)))
+    bench.rounds(*cases)
+    for name, points in sweeps.items():
+        costs = {point[name]: result.median(f"{point[name]} {name}", "ns_per_packet") for point in points}
+        result.tell(f"scale, {name}: ns per packet", **{str(key): value for key, value in costs.items()})
+        result.tell(f"scale, {name}: CPU ns per packet",
+                    **{str(point[name]): result.median(f"{point[name]} {name}", "cpu_ns_per_packet") for point in points})
+        # From no zone to one the work itself differs; from there on it must not grow.
+        judged = [cost for key, cost in costs.items() if key != 0]
+        if name in ("universes", "playlists"):
+            result.goal(f"scale, {name}: dearest over cheapest", max(judged) / min(judged), 1.15)
+        else:
+            result.tell(f"scale, {name}: dearest over cheapest", ratio=max(judged) / min(judged))

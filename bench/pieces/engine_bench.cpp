@@ -1,0 +1,112 @@
+// Pieces inside the engine: frame look-up, the forwarding datagram with its send, the walk over nodes.
+
+#include <benchmark/benchmark.h>
+
+#include "artnet/forwarding_datagram.h"
+#include "ondra/logger.h"
+#include "repeater.h"
+#include "sample.h"
+
+/// The way in that the engine grants to measurements and tests. The engine is idle here: no playlist is
+/// loaded.
+struct RepeaterAccess {
+    static MergePacket& find_frame(Repeater& engine, int universe,
+                                   const Playlist::Address* destination) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        return engine.get_merge_packet(universe, destination);
+    }
+    static void add_frame(Repeater& engine, int universe,
+                          const Playlist::Address* destination) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        engine.init_merge_packet(universe, destination).zones = {1};
+    }
+    static bool send(Repeater& engine, const MergePacket& frame, const Playlist::Address& address) {
+        return engine.send_to_address(frame.packet, address);
+    }
+    static void set_nodes(Repeater& engine, int universe, int count) {
+        for (int node = 0; node < count; ++node) {
+            engine.node_map_[universe].push_back(
+                {"10.0." + std::to_string(node / 256) + "." + std::to_string(node % 256), 16454});
+        }
+    }
+    static bool send_to_nodes(Repeater& engine, const Playlist& playlist,
+                              const Playlist::Packet& packet) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        return engine.send_to_nodes(playlist, packet, Playlist::kNoZone);
+    }
+    /// Ends the worker and does its first act, so that the caller's thread can take its place.
+    static void replace_worker(Repeater& engine) {
+        engine.running_.store(false);
+        engine.render_thread_.join();
+        engine.socket_ = std::make_unique<ondra::net::UdpSocket>();
+    }
+};
+
+namespace {
+
+void quiet() {
+    ondra::Logger::instance()->setOutput(ondra::Logger::None);
+}
+
+/// range(0): frames in the table.
+void FrameLookUp(benchmark::State& state) {
+    quiet();
+    Repeater engine;
+    const Playlist::Address destination("192.0.2.1", 16454);
+    for (int universe = 0; universe < state.range(0); ++universe) {
+        RepeaterAccess::add_frame(engine, universe, &destination);
+    }
+    int universe = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(&RepeaterAccess::find_frame(engine, universe, &destination));
+        universe = (universe + 1) % static_cast<int>(state.range(0));
+    }
+}
+BENCHMARK(FrameLookUp)->Arg(1)->Arg(256);
+
+void FrameLookUpOfTheBlankOne(benchmark::State& state) {
+    quiet();
+    Repeater engine;
+    const Playlist::Address destination("192.0.2.1", 16454);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(&RepeaterAccess::find_frame(engine, 0, &destination));
+    }
+}
+BENCHMARK(FrameLookUpOfTheBlankOne);
+
+void ForwardingHeader(benchmark::State& state) {
+    std::array<unsigned char, artnet::kForwardingHeaderSize> header{};
+    for (auto _ : state) {
+        artnet::write_forwarding_header(header, 0x7FF0, "192.0.2.1", 6454);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(ForwardingHeader);
+
+void ForwardingDatagramWithSend(benchmark::State& state) {
+    quiet();
+    Repeater engine;
+    RepeaterAccess::replace_worker(engine);
+    const Playlist::Address destination("192.0.2.1", 16454);
+    const MergePacket frame;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(RepeaterAccess::send(engine, frame, destination));
+    }
+}
+BENCHMARK(ForwardingDatagramWithSend);
+
+/// range(0): nodes of the universe; includes their sends.
+void NodeWalk(benchmark::State& state) {
+    quiet();
+    Repeater engine;
+    RepeaterAccess::replace_worker(engine);
+    RepeaterAccess::set_nodes(engine, 1, static_cast<int>(state.range(0)));
+    const Playlist playlist;
+    Playlist::Packet packet;
+    packet.universe = 1;
+    packet.data = full_packet(1);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(RepeaterAccess::send_to_nodes(engine, playlist, packet));
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
+}
+BENCHMARK(NodeWalk)->Arg(1)->Arg(16)->Arg(1000);
+
+}  // namespace
