@@ -1,0 +1,65 @@
+// Fuzz target: the brand file, and the reading of its two codes.
+#include <cstdlib>
+#include <string>
+#include <tuple>
+
+#include "json_seeds.h"
+#include "memory_file.h"
+#include "ondra/brand.h"
+#include "target.h"
+
+namespace fuzz {
+
+namespace {
+
+using ondra::device::Brand;
+
+auto all_of(const Brand& brand) {
+    return std::tie(brand.short_name, brand.long_name, brand.manufacturer, brand.model, brand.oem_id,
+                    brand.manufacturer_id, brand.modules);
+}
+
+bool run(Input input) {
+    static MemoryFile file;
+    file.write(input);
+    const Brand brand = ondra::device::read_brand_file(QString::fromStdString(file.path()));
+    const std::string text = to_string(input);
+    const std::uint16_t code = ondra::device::parse_brand_code(text);
+    // strtoull() reads the same, but also takes white space and a sign.
+    const bool digits = !text.empty() && text[0] >= '0' && text[0] <= '9';
+    require(code == (digits ? std::strtoull(text.c_str(), nullptr, 10) & 0xFFFF : 0),
+            "a code is the low 16 bits of its digits");
+    return all_of(brand) != all_of(Brand());
+}
+
+std::vector<Seed> seeds() {
+    std::vector<Seed> seeds = json_seeds();
+    const std::vector<Seed> own{
+        {"whole", R"({"short_name": "a", "long_name": "b", "manufacturer": "c", "model": "d",
+            "oem_id": 255, "manufacturer_id": "32752", "modules": ["e", "f", 3, null]})"},
+        {"model_only", R"({"model": "X"})"},
+        {"wrong_types", R"({"short_name": true, "long_name": null, "model": {}, "modules": 5.9})"},
+        {"codes", R"({"oem_id": 65537, "manufacturer_id": "-1"})"},
+        {"huge_codes", R"({"oem_id": 1e300, "manufacturer_id": "99999999999999999999999"})"},
+        {"code", "12345x"},
+        {"highest_code", "18446744073709551615"},
+        {"beyond_the_highest_code", "18446744073709551616"},
+    };
+    seeds.insert(seeds.end(), own.begin(), own.end());
+    return seeds;
+}
+
+}  // namespace
+
+Target brand_file() {
+    return {"brand_file",
+            run,
+            seeds,
+            400,
+            "short=\"\\\"short_name\\\":\"\nlong=\"\\\"long_name\\\":\"\nmaker=\"\\\"manufacturer\\\":\"\n"
+            "model=\"\\\"model\\\":\"\noem=\"\\\"oem_id\\\":\"\ncode=\"\\\"manufacturer_id\\\":\"\n"
+            "modules=\"\\\"modules\\\":[\"\nhuge=\"1e300\"\nlimit=\"18446744073709551615\"\n",
+            "core/libs/ondra/brand.cpp"};
+}
+
+}  // namespace fuzz

@@ -1,0 +1,111 @@
+// Fuzz target: the effects file of a playlist.
+#include <string>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "exceptions.h"
+#include "json_seeds.h"
+#include "memory_file.h"
+#include "playlist_parser.h"
+#include "support/playlist_access.h"
+#include "target.h"
+
+namespace fuzz {
+
+namespace {
+
+/// A data directory whose effects file of playlist 3 lies in memory.
+struct DataDirectory {
+    DataDirectory() {
+        require(QDir(directory.path()).mkdir(QStringLiteral("playlists")) &&
+                    QFile::link(QString::fromStdString(effects.path()),
+                                directory.path() + QStringLiteral("/playlists/3.json")),
+                "a data directory can be made");
+    }
+    QTemporaryDir directory;
+    MemoryFile effects;
+};
+
+void check_address(int universe, const Playlist::Address& address) {
+    require(universe >= -1 && universe <= 32767, "an output goes to a universe");
+    require(address.port >= 1024 && address.port <= 65535, "an output goes to a port");
+    require(address.ipv4 >= 0x01000000 && address.ipv4 >> 24 != 127, "an output goes to another host");
+}
+
+void check_effect(const Playlist::Effect& effect) {
+    require(effect.fixed_fps == (effect.fps != -1), "fps says whether the rate is fixed");
+    require(effect.auto_ppf == (effect.fps != -1 && effect.ppf == -1), "the frame size is found or given");
+    for (const auto& [universe, addresses] : effect.outputs) {
+        require(!addresses.empty(), "a universe with outputs has one");
+        for (const Playlist::Address& address : addresses) {
+            check_address(universe, address);
+        }
+    }
+}
+
+bool run(Input input) {
+    static DataDirectory data;
+    format_log_lines();
+    data.effects.write(input);
+    Playlist playlist;
+    playlist.set_root_dir(data.directory.path());
+    // Nothing stands for a file that is not there.
+    PlaylistAccess::set_id(playlist, input.empty() ? 4 : 3);
+    bool valid = false;
+    try {
+        PlaylistParser().parse_effects(playlist);
+        valid = true;
+    } catch (const Exceptions::InvalidFileFormat& exception) {
+        require(std::string(exception.what()) == "Playlist effects file format invalid",
+                "the message of an invalid file");
+    } catch (const Exceptions::InvalidPath& exception) {
+        require(input.empty() && std::string(exception.what()) == "Playlist effects file not found",
+                "the message of a file that is not there");
+    }
+    for (const Playlist::Effect& effect : playlist.effects()) {
+        check_effect(effect);
+    }
+    return valid || !playlist.effects().empty();
+}
+
+std::vector<Seed> seeds() {
+    std::vector<Seed> seeds = json_seeds();
+    const std::vector<Seed> own{
+        {"whole", R"([{"path": "a.rec", "fps": 30, "ppf": 4, "sort": 1, "name": "blue",
+            "outputs": ["*:10.0.0.5:6454", "1:10.0.0.6:6454"], "universes": [{"id": 1, "zone": 2}]}])"},
+        {"least", R"([{"path": "", "fps": -1, "outputs": []}])"},
+        {"no_path", R"([{"fps": -1, "outputs": []}])"},
+        {"no_fps", R"([{"path": "a", "outputs": []}])"},
+        {"no_outputs", R"([{"path": "a", "fps": 1}])"},
+        {"bad_outputs", R"([{"path": "a", "fps": 1, "outputs": ["", 3, "1:2", "x:10.0.0.5:6454",
+            "1:127.0.0.1:6454", "1:::1:6454", "1:10.0.0.5:80", "-1:10.0.0.5:6454"]}])"},
+        {"universes", R"([{"path": "a", "fps": 1, "outputs": [], "universes": [{"id": 1}, {"zone": 2}, 3,
+            {"id": 1.9, "zone": -1e99}, {"id": 1, "zone": 4}]}])"},
+        {"order", R"([{"path": "a", "fps": 1, "outputs": [], "sort": 2}, 7, null,
+            {"path": "b", "fps": 1, "outputs": [], "sort": 1, "name": ["b"]}])"},
+    };
+    seeds.insert(seeds.end(), own.begin(), own.end());
+    return seeds;
+}
+
+}  // namespace
+
+Target effects_file() {
+    return {"effects_file",
+            run,
+            seeds,
+            700,
+            "path=\"\\\"path\\\":\"\nfps=\"\\\"fps\\\":\"\noutputs=\"\\\"outputs\\\":[\"\n"
+            "universes=\"\\\"universes\\\":[\"\nppf=\"\\\"ppf\\\":\"\nsort=\"\\\"sort\\\":\"\n"
+            "name=\"\\\"name\\\":\"\nid=\"\\\"id\\\":\"\nzone=\"\\\"zone\\\":\"\n"
+            "output=\"\\\"*:10.0.0.5:6454\\\"\"\nnull=\"null\"\nhuge=\"1e300\"\n"
+            "effect=\"{\\\"path\\\":\\\"\\\",\\\"fps\\\":1,\\\"outputs\\\":[]}\"\n",
+            "core/apps/output/repeater/src/playlist_parser.cpp "
+            "core/apps/output/repeater/src/playlist_parser_routing.cpp "
+            "core/apps/output/repeater/src/output_string.cpp",
+            "parse_desc|find_desc"};
+}
+
+}  // namespace fuzz
