@@ -66,8 +66,8 @@ protected:
     [[nodiscard]] bool wait_for_sent(std::size_t count) {
         return eventually([count] { return FakeUdpSocket::sent_count() >= count; });
     }
-    /// Waits until the worker is seen turning in its wait for a due time. While time stands it then stays there
-    /// until time is advanced: not even its end takes it out. Any thread.
+    /// Waits until the worker is seen turning in its wait for a due time. While time stands it then stays
+    /// there until time is advanced: not even its end takes it out. Any thread.
     [[nodiscard]] static bool worker_is_waiting() {
         const long long turns = VirtualClock::turns();
         return eventually([turns] { return VirtualClock::turns() > turns + 10; });
