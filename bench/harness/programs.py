@@ -166,6 +166,10 @@ class Service:
         shutil.rmtree(self._root, ignore_errors=True)
 
     @property
+    def program(self):
+        return self._service
+
+    @property
     def pid(self):
         return self._service.pid
 

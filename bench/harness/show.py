@@ -19,9 +19,12 @@ class Show:
         (self.root / "playlists").mkdir(parents=True)
         self._playlists = []
 
-    def recording(self, name, universes, frames, interval_ns=-1, sequence=1):
-        """`frames` frames of `universes` full packets; a negative interval: no timing packets."""
-        run([paths.tool("make_show"), self.root / name, universes, frames, interval_ns, sequence])
+    def recording(self, name, universes, frames, interval_ns=-1, sequence=1, first=0, steps=1):
+        """
+        `frames` frames of `universes` full packets from universe `first` on; a negative interval: no timing packets.
+        The sequence byte of frame n is `sequence` + n % `steps`.
+        """
+        run([paths.tool("make_show"), self.root / name, universes, frames, interval_ns, sequence, first, steps])
         return (self.root / name).stat().st_size
 
     def playlist(self, number, recording, port=None, loop=False, brightness=100, zones=None, fps=-1, ppf=None):

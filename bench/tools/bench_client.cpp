@@ -4,8 +4,10 @@
 //   wait                      waits until the service has its name; prints the time at which it appeared
 //   call METHOD [INT...]      calls the engine; prints "BEGIN END RESULT", RESULT 1, 0, or - for none
 //   unicast 0|1               calls set_unicast_enabled; prints the same
-//   zones COUNT CHANNELS      init_zones with zones 1 to COUNT of channels 0 to CHANNELS - 1, all of priority
-//   5 level                     asks the logger for its level, a call that waits for no lock; prints the same
+//   zones COUNT CHANNELS      init_zones with zones 1 to COUNT, channels 0 to CHANNELS - 1, priority 5
+//   zone_table [ZONE]...      init_zones with any zones; ZONE is ID PRIORITY FIRST_CHANNEL COUNT
+//   zone METHOD ZONE          add_zone or update_zone
+//   level                     asks the logger for its level, a call that waits for no lock; prints the same
 //   nodes TEXT                signals TEXT in the role of the discovery service; prints "sent"
 //
 // Times are nanoseconds of CLOCK_MONOTONIC. A call that is answered by an error ends the program with
@@ -70,6 +72,36 @@ void wait_for_service() {
     std::cout << now() << std::endl;
 }
 
+/// Reads "ID PRIORITY FIRST COUNT"; false at the end of the line.
+bool read_zone(std::istream& words, ClientZone& zone) {
+    int first = 0;
+    int count = 0;
+    zone = {};
+    if (!(words >> zone.id >> zone.priority >> first >> count)) {
+        return false;
+    }
+    for (int channel = first; channel < first + count; ++channel) {
+        zone.channels.append(channel);
+    }
+    return true;
+}
+
+void send_zone_table(std::istream& words) {
+    QList<ClientZone> zones;
+    for (ClientZone zone; read_zone(words, zone);) {
+        zones.append(zone);
+    }
+    call(QStringLiteral("/"), kService, "init_zones", {QVariant::fromValue(zones)});
+}
+
+void send_zone(std::istream& words) {
+    std::string method;
+    ClientZone zone;
+    words >> method;
+    read_zone(words, zone);
+    call(QStringLiteral("/"), kService, method, {QVariant::fromValue(zone)});
+}
+
 void send_zones(std::istream& words) {
     int count = 0;
     int channels = 0;
@@ -128,6 +160,10 @@ void carry_out(const std::string& line) {
         call(QStringLiteral("/"), kService, "set_unicast_enabled", {enabled != 0});
     } else if (command == "zones") {
         send_zones(words);
+    } else if (command == "zone_table") {
+        send_zone_table(words);
+    } else if (command == "zone") {
+        send_zone(words);
     } else if (command == "level") {
         call(QStringLiteral("/logger"), QString(), "getLevel", {});
     } else if (command == "nodes") {

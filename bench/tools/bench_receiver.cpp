@@ -1,10 +1,13 @@
 // Takes in datagrams and notes for each when the kernel received it, which on loopback is when it was sent.
 //
-// Usage: bench_receiver PORT ROWS FILE. Listens on PORT of all addresses, keeps up to ROWS rows in memory;
-// prints "ready BUFFER" (bytes of receive buffer), and for each line of standard input how many it has taken
-// in. When its standard input ends it writes the rows to FILE and prints "RECEIVED DROPPED STEP": datagrams
-// taken in, datagrams that the kernel dropped for want of room, and by how many nanoseconds the wall clock
-// moved against the monotonic one.
+// Usage: bench_receiver [ADDRESS:]PORT ROWS FILE. Listens on PORT of all addresses or of one, keeps up to
+// ROWS rows in memory; prints "ready BUFFER" (bytes of receive buffer), and for each line of standard input
+// how many it has taken in. When its standard input ends it writes the rows to FILE and prints "RECEIVED
+// DROPPED STEP": datagrams taken in, datagrams that the kernel dropped for want of room, and by how many
+// nanoseconds the wall clock moved against the monotonic one.
+//
+// With ROWS 0 it keeps nothing: rows are written to FILE, which may be a pipe, as they come, for a run of any
+// length. The clocks are then compared at every look, so that a wall clock that is set does no harm.
 //
 // It looks every 2 ms instead of blocking, so that no sender ever pays for waking it.
 
@@ -15,11 +18,13 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -123,7 +128,22 @@ bool input_ended(std::size_t received) {
     return false;
 }
 
-int open_socket(int port) {
+/// `where`: PORT, or ADDRESS:PORT.
+sockaddr_in read_address(const char* where) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    const std::string text(where);
+    const std::size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        address.sin_port = htons(static_cast<std::uint16_t>(atoi(where)));
+    } else {
+        address.sin_port = htons(static_cast<std::uint16_t>(atoi(where + colon + 1)));
+        inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr);
+    }
+    return address;
+}
+
+int open_socket(const sockaddr_in& address) {
     const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
     const int on = 1;
     const int buffer = 512 * 1024 * 1024;
@@ -134,9 +154,6 @@ int open_socket(int port) {
     if (setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer) != 0) {
         setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
     }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
     if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         perror("bench_receiver: bind");
         exit(1);
@@ -144,48 +161,88 @@ int open_socket(int port) {
     return descriptor;
 }
 
+/// Where rows go: a table in memory that is written at the end, or at once into the file.
+class Rows {
+public:
+    Rows(std::size_t capacity, const char* file) : capacity_(capacity), file_(fopen(file, "wb")) {
+        if (file_ == nullptr) {
+            perror(file);
+            exit(1);
+        }
+        if (streaming()) {
+            return;
+        }
+        // Touched beforehand, so that taking in waits for no page.
+        table_ = static_cast<Row*>(mmap(nullptr, capacity * sizeof(Row), PROT_READ | PROT_WRITE,
+                                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0));
+        if (table_ == MAP_FAILED) {
+            perror("bench_receiver: mmap");
+            exit(1);
+        }
+    }
+
+    [[nodiscard]] bool streaming() const { return capacity_ == 0; }
+    [[nodiscard]] std::size_t received() const { return received_; }
+
+    void add(const Row& row) {
+        if (streaming()) {
+            fwrite(&row, sizeof row, 1, file_);
+        } else if (received_ < capacity_) {
+            table_[received_] = row;
+        }
+        ++received_;
+    }
+
+    void flush() { fflush(file_); }
+
+    void finish() {
+        if (!streaming()) {
+            fwrite(table_, sizeof(Row), std::min(received_, capacity_), file_);
+        }
+        fclose(file_);
+    }
+
+private:
+    std::size_t capacity_;
+    std::size_t received_ = 0;
+    Row* table_ = nullptr;
+    FILE* file_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 4) {
-        fputs("usage: bench_receiver PORT ROWS FILE\n", stderr);
+        fputs("usage: bench_receiver [ADDRESS:]PORT ROWS FILE\n", stderr);
         return 2;
     }
-    const int descriptor = open_socket(atoi(argv[1]));
-    const auto capacity = static_cast<std::size_t>(atoll(argv[2]));
-    // Touched beforehand, so that taking in waits for no page.
-    auto* const rows = static_cast<Row*>(mmap(nullptr, capacity * sizeof(Row), PROT_READ | PROT_WRITE,
-                                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0));
-    if (rows == MAP_FAILED) {
-        perror("bench_receiver: mmap");
-        return 1;
-    }
+    const int descriptor = open_socket(read_address(argv[1]));
+    Rows rows(static_cast<std::size_t>(atoll(argv[2])), argv[3]);
     int buffer = 0;
     socklen_t length = sizeof buffer;
     getsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &buffer, &length);
-    const std::int64_t offset = clock_offset();
+    const std::int64_t first_offset = clock_offset();
     printf("ready %d\n", buffer);
     fflush(stdout);
 
     static Input input;
-    std::size_t received = 0;
+    std::int64_t offset = first_offset;
     std::uint32_t dropped = 0;
     for (bool ended = false; !ended;) {
-        ended = input_ended(received);
+        ended = input_ended(rows.received());
+        if (rows.streaming()) {
+            offset = clock_offset();
+        }
         for (int count = 0; (count = input.receive(descriptor)) > 0;) {
-            for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i, ++received) {
-                const Row row = make_row(input, i, offset, dropped);
-                if (received < capacity) {
-                    rows[received] = row;
-                }
+            for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+                rows.add(make_row(input, i, offset, dropped));
             }
         }
+        if (rows.streaming()) {
+            rows.flush();
+        }
     }
-
-    if (FILE* const file = fopen(argv[3], "wb")) {
-        fwrite(rows, sizeof(Row), received < capacity ? received : capacity, file);
-        fclose(file);
-    }
-    printf("%zu %u %lld\n", received, dropped, static_cast<long long>(clock_offset() - offset));
+    rows.finish();
+    printf("%zu %u %lld\n", rows.received(), dropped, static_cast<long long>(clock_offset() - first_offset));
     return 0;
 }

@@ -1,8 +1,10 @@
 // Writes a recording of full packets whose channels 0 to 3 number the frames.
 //
-// Usage: make_show FILE UNIVERSES FRAMES INTERVAL_NS SEQUENCE
+// Usage: make_show FILE UNIVERSES FRAMES INTERVAL_NS SEQUENCE [FIRST [STEPS]]
 // INTERVAL_NS is the time after each frame, as a nanosecond timing packet; negative: no timing packets, which
 // makes one frame of everything. SEQUENCE is the sequence byte of all packets; it names the playlist.
+// Universes count from FIRST (0). With STEPS, SEQUENCE + n % STEPS stands in frame n: the header, unlike the
+// channels, says after merging and at any brightness which frame a packet is from.
 //
 // The number stands in four digits of base 128, least first, each doubled: brightness 50 halves a digit's
 // level without a loss. The file is filled up with zeros to whole blocks of 512 bytes, so that no packet
@@ -31,14 +33,16 @@ void number(std::array<std::uint8_t, 512>& levels, std::uint32_t serial) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 6) {
-        fputs("usage: make_show FILE UNIVERSES FRAMES INTERVAL_NS SEQUENCE\n", stderr);
+    if (argc < 6 || argc > 8) {
+        fputs("usage: make_show FILE UNIVERSES FRAMES INTERVAL_NS SEQUENCE [FIRST [STEPS]]\n", stderr);
         return 2;
     }
     const int universes = atoi(argv[2]);
     const long frames = atol(argv[3]);
     const std::chrono::nanoseconds interval(atoll(argv[4]));
-    const auto sequence = static_cast<std::uint8_t>(atoi(argv[5]));
+    const int sequence = atoi(argv[5]);
+    const int first = argc > 6 ? atoi(argv[6]) : 0;
+    const long steps = argc > 7 ? atol(argv[7]) : 1;
 
     std::ofstream file(argv[1], std::ios::binary);
     RecordingWriter recording(file);
@@ -49,7 +53,8 @@ int main(int argc, char** argv) {
         }
         number(levels, static_cast<std::uint32_t>(frame));
         for (int universe = 0; universe < universes; ++universe) {
-            recording.dmx(static_cast<std::uint16_t>(universe), levels, sequence);
+            recording.dmx(static_cast<std::uint16_t>(first + universe), levels,
+                          static_cast<std::uint8_t>(sequence + frame % steps));
         }
         if (interval.count() >= 0) {
             recording.frame_delay(interval);
