@@ -16,6 +16,9 @@ from .faults import FAULTS
 from .run import Run
 
 ART_NET_PORT = 6454
+# The C library keeps a pool of memory for each thread that ever loaded at the same time as others, and in each what the
+# largest load left: megabytes that come in steps, at moments that chance decides, and hide a leak.
+ONE_POOL = "glibc.malloc.arena_max=1:glibc.malloc.mmap_threshold=131072:glibc.malloc.trim_threshold=131072"
 
 
 def parse():
@@ -26,6 +29,8 @@ def parse():
     parser.add_argument("--universes", type=int, default=16, metavar="N", help="universes at 40 frames a second, 16 to 128 (16)")
     parser.add_argument("--seed", type=int, help="of the random calls; shown at the start")
     parser.add_argument("--json", metavar="FILE", help="writes all figures and samples there")
+    parser.add_argument("--default-pools", action="store_true", help="leaves the C library's memory pools as they are, so that "
+                        "memory is what it is on a device, and its slope means less")
     parser.add_argument("--fault", choices=FAULTS, help="plants a fault half-way, to see the verdict tell of it")
     options = parser.parse_args()
     if not 0.2 <= options.minutes <= 100_000:
@@ -69,6 +74,8 @@ def soak(options):
     private = os.environ.get("SOAK_PRIVATE_NETWORK") == "yes"
     print(f"seed {options.seed}, {options.universes} universes, {options.minutes:g} minutes, "
           f"{'a network of its own' if private else 'the network of the machine: no broadcast, datagrams are not counted by the kernel'}", flush=True)
+    if not options.default_pools:
+        os.environ["GLIBC_TUNABLES"] = ONE_POOL
     figures = Run(options, ART_NET_PORT if private else free_port(), private).play()
     checks = list(checks_of(figures))
     figures["checks"] = [vars(check) for check in checks]

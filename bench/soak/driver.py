@@ -6,6 +6,7 @@ from collections import Counter
 from .plan import MERGED, NODES, SHORT, ZONES
 
 WILD = (*MERGED, NODES)
+OVERTURES, OVERTURE_SECONDS = 20, 0.05
 NONE, TRUE, FALSE = "-", "1", "0"
 
 
@@ -66,6 +67,12 @@ class Driver:
         self._service.announce(self._plan.nodes(self._node))
         for reference in self._plan.references:
             self.call(f"call play_playlist {reference.playlist}", TRUE, "play_playlist, loading")
+        # What loads that meet leave behind in the C library's pools is there from the first sample on.
+        for _ in range(OVERTURES):
+            for playlist in WILD:
+                self.play(playlist)
+            time.sleep(OVERTURE_SECONDS)
+            self.rest()
         for playlist in WILD:
             self.play(playlist)
         self.swap_node()

@@ -5,7 +5,7 @@ import signal
 import time
 
 LEAK_KIB = 256
-STALL_SECONDS = 2.0
+STALL_SECONDS = 7.0
 
 
 def kill_forwarder(run):

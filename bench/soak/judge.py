@@ -5,12 +5,11 @@ from dataclasses import dataclass
 MILLISECOND = 1_000_000
 
 # A worker, a bus or a forwarder that stands still for so long is stuck, whatever the machine does beside it.
-STUCK_MS = 1000.0
-# The last frame may be as late as one frame lasts; with the jitter taken off nothing may move.
-LAST_FRAME_MS = 25.0
+STUCK_MS = 5000.0
+# With the jitter taken off nothing may move.
 DRIFT_MS = 1.0
-# Memory: what a short run cannot tell from the noise of two pages, and what a long one may not show.
-GROWTH_KB = 256.0
+# Memory: what a short run cannot tell from what the C library keeps of the last loads, and what a long one may not show.
+GROWTH_KB = 512.0
 SLOPE_KB_PER_HOUR = 512.0
 
 
@@ -39,7 +38,8 @@ def reference_checks(figures):
     """
     One playlist that nobody touched. figures: name, universes, due_before and due_after (frames due when the show was
     ended, by the sum of delays, and when the call had returned), frames (that came on every universe), received (on
-    all universes, in their turn), lost, repeated, disordered, drift_ns, last_ns, gap_ns, frame_ns.
+    all universes, in their turn), lost, repeated, disordered, drift_ns, last_ns (how late the last frame was), jitter_ns
+    (how late the latest one before it was), gap_ns, frame_ns (how long a frame stands).
     """
     name = figures["name"]
     least, most = figures["due_before"], figures["due_after"]
@@ -52,7 +52,9 @@ def reference_checks(figures):
     faults = [figures["lost"], figures["repeated"], figures["disordered"]]
     yield Check(f"{name}: lost, repeated, out of order", "0, 0, 0", ", ".join(map(count, faults)), not any(faults))
     yield at_most_ms(f"{name}: drift against the sum of delays", abs(figures["drift_ns"]), DRIFT_MS)
-    yield at_most_ms(f"{name}: the last frame against the sum of delays", abs(figures["last_ns"]), LAST_FRAME_MS)
+    # On a busy machine frames may be later than one frame lasts; the last one is not to stand out among them.
+    limit = max(figures["frame_ns"], figures["jitter_ns"]) / MILLISECOND
+    yield at_most_ms(f"{name}: the last frame against the sum of delays", abs(figures["last_ns"]), limit)
     yield at_most_ms(f"{name}: longest gap beyond a frame", figures["gap_ns"] - figures["frame_ns"], STUCK_MS)
 
 

@@ -21,10 +21,14 @@ class Lateness:
         self.floors = []
         self._in_window = 0
         self.last = None
+        # The latest of all frames after the first window and before the last frame, as `last` is.
+        self._latest_before = None
         self._counts = [0] * (len(BOUNDS) + 1)
 
     def add(self, index, time):
         """Frame `index` arrived at `time`."""
+        if len(self.floors) > 1:
+            self._latest_before = max(self.last, self._latest_before or self.last)
         self.last = time - self._grid.due(index)
         if self._in_window == 0:
             self.floors.append(self.last)
@@ -50,6 +54,11 @@ class Lateness:
     def last_lateness(self):
         """Nanoseconds by which the last frame was late."""
         return self.last - self.origin if self.floors else 0
+
+    @property
+    def jitter(self):
+        """Nanoseconds by which the latest frame before the last one was late, the first window left out."""
+        return 0 if self._latest_before is None else self._latest_before - self.origin
 
     def quantile(self, part):
         """Upper bound of the lateness of that part of the frames, in nanoseconds, to a fifth of it."""

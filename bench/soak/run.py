@@ -158,7 +158,8 @@ class Run:
             "name": f"playlist {reference.playlist}", "universes": len(reference.tracks),
             "due_before": after if due_before is None else due_before[number], "due_after": after, "frames": reference.frames,
             **{figure: reference.total(figure) for figure in ("received", "lost", "repeated", "disordered")},
-            "drift_ns": lateness.drift, "last_ns": lateness.last_lateness, "gap_ns": reference.longest_gap,
+            "drift_ns": lateness.drift, "last_ns": lateness.last_lateness, "jitter_ns": lateness.jitter,
+            "gap_ns": reference.longest_gap,
             "frame_ns": INTERVAL_NS, "late_p50_us": lateness.quantile(0.5) * 1e-3, "late_p99_us": lateness.quantile(0.99) * 1e-3,
             "late_max_us": lateness.quantile(1.0) * 1e-3,
         }

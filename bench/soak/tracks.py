@@ -55,12 +55,15 @@ class Steps:
         self._slack = slack
         self._next = 0
         self._early = set()
-        self._may_restart = False
+        self._restarts_due = 0
         self.received = self.faults = self.restarts = 0
 
     def may_restart(self):
-        """The playlist has been unloaded: once, it may go back to its first frame."""
-        self._may_restart = True
+        """
+        The playlist has been unloaded: once, it may go back to its first frame. It may be unloaded again before that
+        frame is seen here.
+        """
+        self._restarts_due += 1
 
     def add(self, step):
         self.received += 1
@@ -70,8 +73,8 @@ class Steps:
             while self._next in self._early:
                 self._early.remove(self._next)
                 self._go_on_after(self._next)
-        elif step == 0 and self._may_restart:
-            self._may_restart = False
+        elif step == 0 and self._restarts_due:
+            self._restarts_due -= 1
             self.restarts += 1
             self.faults += bool(self._early)
             self._resume_after(step)

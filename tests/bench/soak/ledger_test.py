@@ -40,6 +40,7 @@ class LedgerTest(unittest.TestCase):
         for number in range(640):
             self.frame(number, late=number * 37 % 64 * 100_000)
         self.assertEqual(self.reference.lateness.drift, 0)
+        self.assertEqual(self.reference.lateness.jitter, 63 * 100_000)
         self.assertEqual(self.reference.longest_gap, INTERVAL + 37 * 100_000)
 
     def test_a_clock_that_runs_off_shows_as_drift(self):

@@ -79,6 +79,14 @@ class StepsTest(unittest.TestCase):
         steps.add(0)
         self.assertEqual(steps.faults, 1)
 
+    def test_a_playlist_may_be_unloaded_twice_before_its_first_frame_is_seen_again(self):
+        steps = steps_of([0, 1, 2])
+        steps.may_restart()
+        steps.may_restart()
+        for step in (0, 1, 0, 1):
+            steps.add(step)
+        self.assertEqual((steps.faults, steps.restarts), (0, 2))
+
     def test_going_back_without_unloading_is_a_fault(self):
         self.assertEqual(steps_of([0, 1, 2, 0]).faults, 1)
 
