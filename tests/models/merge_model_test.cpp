@@ -311,7 +311,7 @@ TEST_F(MergeModelTest, EveryFrameOfRandomShowsIsTheModelsByteForByte) {
     const model::Seeds seeds("MERGE_MODEL", kDefaultCount);
     Repeater& engine = start();
     // The worker stays asleep, outside all locks: every step is this thread's.
-    VirtualClock::hold_sleeps(true);
+    ASSERT_NO_FATAL_FAILURE(hold_idle_worker());
     capture(ondra::kError);
     Mix mix;
     const auto begin = std::chrono::steady_clock::now();

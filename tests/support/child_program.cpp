@@ -66,7 +66,10 @@ pid_t start(std::vector<std::string> command, std::vector<std::string> environme
     sigset_t none;
     sigemptyset(&none);
     posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
     pid_t pid = -1;
     const int result = posix_spawn(&pid, command.front().c_str(), &actions, &attributes,
@@ -121,6 +124,22 @@ void ChildProgram::signal(int number) const {
     if (!status_) {
         kill(pid_, number);
     }
+}
+
+bool ChildProgram::halt(std::chrono::milliseconds deadline) const {
+    signal(SIGSTOP);
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    // Told once the last of its threads has stopped.
+    for (siginfo_t news{}; waitid(P_PID, static_cast<id_t>(pid_), &news, WSTOPPED | WNOHANG) == 0;) {
+        if (news.si_pid == pid_) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
 }
 
 std::optional<int> ChildProgram::wait_exit(std::chrono::milliseconds deadline) {

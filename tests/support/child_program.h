@@ -15,7 +15,8 @@
 namespace tests {
 
 /**
- * Starts a program with the test's environment and captures both outputs on a thread of its own.
+ * Starts a program with the test's environment and captures both outputs on a thread of its own. No signal is
+ * blocked or ignored in it, whatever the test has inherited.
  *
  * The destructor kills a program that still runs, so that no test leaves one behind. All functions are called
  * from the test's thread.
@@ -49,6 +50,10 @@ public:
                                       std::chrono::milliseconds deadline = kDeadline) const;
 
     void signal(int number) const;
+
+    /// Stops it with SIGSTOP and waits until all its threads stand still; false when they do not. SIGCONT
+    /// lets it go on.
+    [[nodiscard]] bool halt(std::chrono::milliseconds deadline = kDeadline) const;
 
     /// Waits for the end of the program and of its outputs. Exit status; 128 plus the signal that ended it;
     /// nothing at the deadline.

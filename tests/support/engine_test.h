@@ -66,6 +66,24 @@ protected:
     [[nodiscard]] bool wait_for_sent(std::size_t count) {
         return eventually([count] { return FakeUdpSocket::sent_count() >= count; });
     }
+    /// Keeps the idle worker asleep, outside all locks, until VirtualClock::hold_sleeps(false). Nothing
+    /// plays.
+    void hold_idle_worker() {
+        VirtualClock::hold_sleeps(true);
+        ASSERT_TRUE(eventually([] { return VirtualClock::sleeper_is_held(); }));
+    }
+    /// Plays a playlist once all of it is loaded; nothing else plays yet. A loader that the system keeps
+    /// waiting puts packets off by 10 ms at a time, and does not say at once that it is done: where exact
+    /// moments matter, it must have ended before the worker begins.
+    void play_loaded(int id) {
+        ASSERT_NO_FATAL_FAILURE(hold_idle_worker());
+        ASSERT_TRUE(engine().play_playlist(id));
+        ASSERT_TRUE(wait_until_loaded(id));
+        VirtualClock::hold_sleeps(false);
+    }
+    [[nodiscard]] bool wait_until_loaded(int id) {
+        return eventually([=, this] { return RepeaterAccess::loader_done(*engine_, id); });
+    }
     /// Waits until the worker is seen turning in its wait for a due time. While time stands it then stays
     /// there until time is advanced: not even its end takes it out. Any thread.
     [[nodiscard]] static bool worker_is_waiting() {

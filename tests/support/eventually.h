@@ -18,7 +18,8 @@ template <typename Condition>
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end) {
-            return false;
+            // What came true while this process was kept from running still counts.
+            return condition();
         }
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();

@@ -5,8 +5,11 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "support/eventually.h"
 
 Fifo::Fifo(std::string path) : path_(std::move(path)) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -29,6 +32,13 @@ bool Fifo::write(const std::vector<std::uint8_t>& bytes) {
         done += static_cast<std::size_t>(written);
     }
     return true;
+}
+
+bool Fifo::wait_until_taken() const {
+    return eventually([this] {
+        int waiting = -1;
+        return ioctl(descriptor_, FIONREAD, &waiting) == 0 && waiting == 0;
+    });
 }
 
 void Fifo::close() {

@@ -22,6 +22,9 @@ public:
     void open();
     /// False when nobody reads it any more.
     bool write(const std::vector<std::uint8_t>& bytes);
+    /// Waits until the reader has taken all that was written, false when it does not. It has then done with
+    /// what an earlier read had brought.
+    [[nodiscard]] bool wait_until_taken() const;
     /// Ends the reader's input. May be called without a reader, and repeatedly.
     void close();
     /// Takes the name away; the pipe itself goes on.

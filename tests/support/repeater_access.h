@@ -10,14 +10,28 @@
 
 #include "repeater.h"
 
+/// Way into a lock for tests.
+struct ReadWriteLockAccess {
+    /// Whether a writer holds the lock or waits for it. Any thread.
+    static bool write_pending(const ondra::ReadWriteLock& lock) { return lock.writer_flag_.load(); }
+};
+
 /**
  * Plain forwarding; no rule of its own.
  *
- * Main thread. Everything takes the engine's lock as writer, as the bus methods do, so that the render worker
- * is outside; a call is therefore answered after the pending packet.
+ * Main thread. But for the first two everything takes the engine's lock as writer, as the bus methods do, so
+ * that the render worker is outside; a call is therefore answered after the pending packet.
  */
 struct RepeaterAccess {
     using Address = Playlist::Address;
+
+    // Without the lock; any thread.
+    /// Whether a control call holds the engine's lock or waits for it.
+    static bool write_pending(const Repeater& engine) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        return ReadWriteLockAccess::write_pending(engine.lock_);
+    }
+    /// Whether the destructor has told the worker to end.
+    static bool ending(const Repeater& engine) { return !engine.running_.load(); }
 
     // Zones and playlists.
     static std::unordered_map<int, Zone> zones(Repeater& engine) {

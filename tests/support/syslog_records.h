@@ -24,7 +24,8 @@ struct SyslogLine {
 inline std::vector<std::vector<std::string>> syslog_calls(const std::string& path) {
     std::vector<std::vector<std::string>> calls;
     std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
+    // A line without its line feed is still being written.
+    for (std::string line; std::getline(file, line) && !file.eof();) {
         std::vector<std::string> fields(1);
         for (std::size_t i = 0; i < line.size(); ++i) {
             if (line[i] == '\t') {

@@ -21,6 +21,7 @@ std::atomic<int> sleep_count{0};
 std::atomic<long long> last_sleep_microseconds{0};
 std::atomic<long long> turn_count{0};
 std::atomic<bool> sleeps_held{false};
+std::atomic<bool> sleeper_held{false};
 std::atomic<bool> waits_exact{false};
 /// Whether the thread has looked at the clock since its wait last asked the predicate.
 thread_local bool asked_for_time = false;
@@ -52,7 +53,7 @@ void VirtualClock::reset() {
     sleep_count.store(0);
     last_sleep_microseconds.store(0);
     turn_count.store(0);
-    sleeps_held.store(false);
+    hold_sleeps(false);
     waits_exact.store(false);
 }
 
@@ -73,7 +74,13 @@ void VirtualClock::set_exact(bool exact) {
 }
 
 void VirtualClock::hold_sleeps(bool hold) {
+    // First: a sleeper that is just leaving must not count as held anew.
+    sleeper_held.store(false);
     sleeps_held.store(hold);
+}
+
+bool VirtualClock::sleeper_is_held() {
+    return sleeper_held.load();
 }
 
 int VirtualClock::sleeps() {
@@ -119,8 +126,11 @@ int virtual_usleep(useconds_t microseconds) {
     if (step_size.load() != 0) {
         VirtualClock::advance(std::chrono::microseconds(microseconds));
     }
-    do {
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    } while (sleeps_held.load());
+    constexpr std::chrono::microseconds kTurn{200};
+    std::this_thread::sleep_for(kTurn);
+    while (sleeps_held.load()) {
+        sleeper_held.store(true);
+        std::this_thread::sleep_for(kTurn);
+    }
     return 0;
 }

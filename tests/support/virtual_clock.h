@@ -23,8 +23,11 @@ struct VirtualClock {
     static void set_exact(bool exact);
     static ondra::Clock::time_point now();
 
-    /// While held, a usleep() does not return: an idle worker stays idle, outside all locks.
+    /// While held, a usleep() does not return: an idle worker stays idle, outside all locks. One that is just
+    /// between two sleeps comes by once more.
     static void hold_sleeps(bool hold);
+    /// Whether, since sleeps are held, a thread is in one: it stays there until they are let go.
+    static bool sleeper_is_held();
 
     /// Number of usleep() calls so far, and what the last one asked for.
     static int sleeps();

@@ -6,6 +6,8 @@
 
 #include "ondra/thread_annotations.h"
 
+struct ReadWriteLockAccess;
+
 namespace ondra {
 
 /**
@@ -61,6 +63,8 @@ public:
     void resolve_pending_write() ONDRA_REQUIRES_SHARED(this);
 
 private:
+    friend struct ::ReadWriteLockAccess;  // test support
+
     /// Set while a writer holds the lock or waits for the readers to leave.
     std::atomic<bool> writer_flag_{false};
     /// Readers that hold the lock now.

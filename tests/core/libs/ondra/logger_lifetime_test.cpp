@@ -46,7 +46,11 @@ const int kRegistered = std::atexit([] {
 
 class LoggerLifetimeTest : public testing::Test {
 protected:
-    LoggerLifetimeTest() { setenv(tests::kSyslogFileVariable, path_.c_str(), 1); }
+    LoggerLifetimeTest() {
+        setenv(tests::kSyslogFileVariable, path_.c_str(), 1);
+        // What a run that was killed has left under the same process number.
+        std::remove(path_.c_str());
+    }
     ~LoggerLifetimeTest() override { std::remove(path_.c_str()); }
 
     const std::string path_ = testing::TempDir() + "logger_lifetime_test." + std::to_string(getpid());

@@ -126,6 +126,10 @@ TEST_F(PlaylistLoaderStreamTest, AfterAStopAtMostTwoMorePacketsAreStoredAndTheEf
     start();
     fifo_.write(block(Recording{}.dmx(0, {1}).dmx(0, {2})));
     ASSERT_TRUE(wait_for_packets(1));
+    // The stop must find the loader waiting for more, not still at the end of the second packet, where it
+    // looks whether it may go on.
+    fifo_.write(block(Recording{}));
+    ASSERT_TRUE(fifo_.wait_until_taken());
     loader_->stop();
     fifo_.write(block(Recording{}.dmx(0, {3}).dmx(0, {4}).dmx(0, {5})));
     ASSERT_TRUE(eventually([this] { return loader_->done(); }));

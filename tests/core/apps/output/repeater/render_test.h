@@ -20,7 +20,7 @@ protected:
     void load_paused(const std::vector<int>& ids) {
         for (const int id : ids) {
             ASSERT_TRUE(RepeaterAccess::load_playlist(engine(), id));
-            ASSERT_TRUE(eventually([=, this] { return RepeaterAccess::loader_done(engine(), id); }));
+            ASSERT_TRUE(wait_until_loaded(id));
         }
     }
     [[nodiscard]] static std::vector<int> levels(std::size_t count) {

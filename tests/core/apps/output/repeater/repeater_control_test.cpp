@@ -83,6 +83,8 @@ TEST_F(RepeaterControlTest, PausingHaltsAndPlayingResumesAtTheSamePacket) {
     add_counting(1, true);
     ASSERT_TRUE(engine().play_playlist(1));
     ASSERT_TRUE(wait_for_sent(5));
+    // Time will stand, and no packet that is not loaded by then would ever be sent.
+    ASSERT_TRUE(wait_until_loaded(1));
     EXPECT_TRUE(engine().pause_playlist(1));
     EXPECT_EQ(flags(1), "0,0,0");
     const std::size_t sent = FakeUdpSocket::sent_count();
@@ -102,7 +104,7 @@ TEST_F(RepeaterControlTest, PausingHaltsAndPlayingResumesAtTheSamePacket) {
 
 TEST_F(RepeaterControlTest, UntilTheWorkerTakesItUpAPlayIsARequestAndCountsAsPlaying) {
     add_counting(1, true);
-    VirtualClock::hold_sleeps(true);
+    ASSERT_NO_FATAL_FAILURE(hold_idle_worker());
     const int sleeps = VirtualClock::sleeps();
     ASSERT_TRUE(engine().play_playlist(1));
     EXPECT_EQ(flags(1), "0,1,0");
@@ -140,9 +142,22 @@ TEST_F(RepeaterControlTest, StoppingRemovesThePlaylistAndTheOthersKeepTheirOrder
 TEST_F(RepeaterControlTest, AnExplicitStopEmitsNoSignal) {
     std::vector<int> stopped;
     QObject::connect(&engine(), &Repeater::OnPlaylistStopped, [&stopped](int id) { stopped.push_back(id); });
-    add_counting(1, false);
-    ASSERT_TRUE(engine().play_playlist(1));
+    // Its recording still arrives when it is stopped, so that it cannot come to its end before.
+    Fifo fifo(show.path("live.rec"));
+    show.playlist(ShowPlaylist(1).loop(false).effect(ShowEffect("live.rec").output("0:192.0.2.1:6454")));
+    std::thread feeder([&fifo] {
+        fifo.open();
+        fifo.write(Recording{}.dmx(0, {1}).frame_delay_ms(60).dmx(0, {2}).fill_to(512).bytes());
+    });
+    EXPECT_TRUE(engine().play_playlist(1));
+    feeder.join();
+    EXPECT_TRUE(wait_for_sent(1));
+    std::thread end_of_input([this, &fifo] {
+        EXPECT_TRUE(eventually([this] { return flags(1) == "1,0,1"; }));
+        fifo.close();
+    });
     engine().stop_playlist(1);
+    end_of_input.join();
     // A playlist that ends afterwards shows that the queue has been served.
     play_until_ended(2);
     ASSERT_TRUE(eventually([&stopped] { return !stopped.empty(); }));
@@ -306,7 +321,7 @@ TEST_F(RepeaterControlTest, BothSettersActOnPausedAndEndedPlaylistsToo) {
 TEST_F(RepeaterControlTest, TheDescriptionFilesValuesAreUsedAsTheyAre) {
     show.playlist(ShowPlaylist(1).brightness(250).speed_boost(-100).effect(
         ShowEffect("counting.rec").fps(25).ppf(1).output("0:192.0.2.1:6454")));
-    ASSERT_TRUE(engine().play_playlist(1));
+    ASSERT_NO_FATAL_FAILURE(play_loaded(1));
     EXPECT_EQ(RepeaterAccess::brightness(engine(), 1), 250);
     EXPECT_EQ(RepeaterAccess::speed_boost(engine(), 1), -100);
     ASSERT_TRUE(wait_for_sent(3));

@@ -217,9 +217,11 @@ TEST_F(RepeaterLifecycleTest, DestroyingWhileAPlaylistPlaysReturnsAfterItsPendin
     ASSERT_TRUE(wait_for_sent(3));
     VirtualClock::set_step(0ms);
     // Time stands; once the worker waits for a packet it can be woken by nothing but time, also not by its
-    // end, so it is seen waiting before the engine goes and still waiting while it goes.
+    // end, so it is seen waiting before the engine goes and still waiting while it goes. Time that came
+    // before the end was asked for would let the worker on to another packet, to wait for that for ever.
     ASSERT_TRUE(worker_is_waiting());
-    std::thread time([] {
+    std::thread time([&going = engine()] {
+        EXPECT_TRUE(eventually([&going] { return RepeaterAccess::ending(going); }));
         EXPECT_TRUE(worker_is_waiting());
         VirtualClock::advance(40ms);  // One packet interval.
     });

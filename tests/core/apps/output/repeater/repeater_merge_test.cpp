@@ -359,6 +359,9 @@ TEST_F(RepeaterMergeOnTheWireTest, BrightnessScalesOnlyThePlaylistsOwnChannels) 
     add_playlist(2, 2, {255, 255});
     ASSERT_TRUE(engine().play_playlist(1));
     ASSERT_TRUE(engine().play_playlist(2));
+    // From here on each comes round again and again, and the two take turns.
+    ASSERT_TRUE(wait_until_loaded(1));
+    ASSERT_TRUE(wait_until_loaded(2));
     engine().set_brightness(1, 50);
     EXPECT_EQ(settled(), (std::vector<int>{127, 255, 0}));
 }

@@ -96,7 +96,7 @@ TEST_F(RepeaterRenderTest, ALoopOfOnePacketRepeatsItAndNeverEnds) {
     int signals = 0;
     QObject::connect(&engine(), &Repeater::OnPlaylistStopped, [&signals](int) { ++signals; });
     add(1, Recording{}.dmx(0, {1}));
-    ASSERT_TRUE(engine().play_playlist(1));
+    ASSERT_NO_FATAL_FAILURE(play_loaded(1));
     ASSERT_TRUE(wait_for_sent(20));
     EXPECT_EQ(moments(3), (Moments{0ms, 30ms, 60ms}));
     EXPECT_EQ(flags(1), "1,0,0");
@@ -232,7 +232,9 @@ TEST_F(RepeaterRenderTest, AControlCallIsAnsweredAfterThePendingPacket) {
     ASSERT_TRUE(wait_for_sent(1));
     // Waiting for the second packet: from here on the call below has to wait for it, too.
     ASSERT_TRUE(worker_is_waiting());
-    std::thread time([] {
+    std::thread time([this] {
+        // Not before the call is there: it would come too late for the packet, and wait for one for ever.
+        EXPECT_TRUE(eventually([this] { return RepeaterAccess::write_pending(engine()); }));
         EXPECT_TRUE(worker_is_waiting());
         VirtualClock::advance(40ms);
     });

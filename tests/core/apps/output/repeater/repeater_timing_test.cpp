@@ -15,7 +15,7 @@ TEST_F(RepeaterTimingTest, FramesGoOutExactlyTheirDelaysApartWithoutDrift) {
     }
     recording.dmx(0, {10});
     add(1, recording);
-    ASSERT_TRUE(engine().play_playlist(1));
+    ASSERT_NO_FATAL_FAILURE(play_loaded(1));
     ASSERT_TRUE(wait_for_sent(11));
     Moments expected;
     for (int frame = 0; frame <= 10; ++frame) {
@@ -110,7 +110,7 @@ TEST_F(RepeaterTimingTest, TheSpeedBoostScalesTheDelays) {
     }
     show.recording("fast.rec", recording.bytes());
     show.playlist(ShowPlaylist(1).speed_boost(50).effect(ShowEffect("fast.rec").output("*:192.0.2.1:6454")));
-    ASSERT_TRUE(engine().play_playlist(1));
+    ASSERT_NO_FATAL_FAILURE(play_loaded(1));
     ASSERT_TRUE(wait_for_sent(4));
     EXPECT_EQ(moments(4), (Moments{0ms, 30ms, 60ms, 90ms}));
 }

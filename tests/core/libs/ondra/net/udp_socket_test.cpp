@@ -23,7 +23,7 @@ namespace {
 using ondra::net::HostAddress;
 using ondra::net::UdpSocket;
 
-constexpr int kLongWait = 5000;
+constexpr int kLongWait = 20'000;
 
 sockaddr_in local_name(int descriptor) {
     sockaddr_in name{};
@@ -111,14 +111,19 @@ TEST_F(UdpSocketTest, BindToZeroAddressCoversEveryLocalInterface) {
 }
 
 TEST_F(UdpSocketTest, BindTakesThePortItIsGiven) {
-    int port = 0;
-    {
-        BoundSocket probe;
-        port = probe.port();
+    bool bound = false;
+    // Between the two any other program may be given the port; then another one is tried.
+    for (int attempt = 0; attempt < 20 && !bound; ++attempt) {
+        int port = 0;
+        {
+            BoundSocket probe;
+            port = probe.port();
+        }
+        UdpSocket socket;
+        bound = socket.bind(HostAddress("0.0.0.0"), port);
+        EXPECT_TRUE(!bound || ntohs(local_name(system_calls.created.back()).sin_port) == port);
     }
-    UdpSocket socket;
-    ASSERT_TRUE(socket.bind(HostAddress("0.0.0.0"), port));
-    EXPECT_EQ(ntohs(local_name(system_calls.created.back()).sin_port), port);
+    EXPECT_TRUE(bound);
 }
 
 TEST_F(UdpSocketTest, BindToAnotherAddressIsRefusedAndLeavesTheSocketUnbound) {
