@@ -29,7 +29,7 @@ TEST(ForwarderBurstTest, TwoThousandDatagramsAtOnceGetThroughWhereTheBufferHolds
     const UdpPeer service;
     const tests::Bytes bytes = datagram("127.0.0.2", node.port(), artdmx(0, 1));
     // Stopped, so that the whole burst waits in the socket however fast this machine is.
-    forwarder.program().signal(SIGSTOP);
+    ASSERT_TRUE(forwarder.program().halt());
     for (int i = 0; i < kBurst; ++i) {
         ASSERT_TRUE(service.send(forwarder.port(), bytes));
     }
@@ -59,7 +59,7 @@ TEST(ForwarderBurstTest, WhatOverflowsTheBufferIsReportedToTheLastDatagram) {
     const UdpPeer node("127.0.0.2");
     const UdpPeer service;
     const tests::Bytes bytes = datagram("127.0.0.2", node.port(), artdmx(0, 1));
-    forwarder.program().signal(SIGSTOP);
+    ASSERT_TRUE(forwarder.program().halt());
     for (int i = 0; i < sent; ++i) {
         ASSERT_TRUE(service.send(forwarder.port(), bytes));
     }

@@ -61,6 +61,7 @@ TEST_F(ForwarderUnreachableTest, ErrorsOfOneDestinationAreLoggedOnceNotPerPacket
     ASSERT_TRUE(forwarder.ready());
     const UdpPeer node("127.0.0.2");
     const UdpPeer service;
+    const auto begin = std::chrono::steady_clock::now();
     // Several back-offs' worth of tries.
     const QJsonObject report = forwarder.report_when([&](const QJsonObject& r) {
         service.send(forwarder.port(), datagram("192.0.2.1", 6454));
@@ -68,8 +69,12 @@ TEST_F(ForwarderUnreachableTest, ErrorsOfOneDestinationAreLoggedOnceNotPerPacket
     });
     EXPECT_GE(number_of(destination_of(report, "192.0.2.1"), "errors"), 3);
     ASSERT_TRUE(forwarder.stop());
-    EXPECT_EQ(
-        count_of(forwarder.program().error_output(), "sending to 192.0.2.1:6454: Network is unreachable"), 1);
+    const int lines =
+        count_of(forwarder.program().error_output(), "sending to 192.0.2.1:6454: Network is unreachable");
+    // One more each ten seconds, which only a stalled machine needs here.
+    const auto more = (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(10);
+    EXPECT_GE(lines, 1);
+    EXPECT_LE(lines, 1 + more);
 }
 
 TEST_F(ForwarderUnreachableTest, ManyDeadDestinationsLogNoMoreThanAHandfulOfLines) {
@@ -77,6 +82,7 @@ TEST_F(ForwarderUnreachableTest, ManyDeadDestinationsLogNoMoreThanAHandfulOfLine
     ASSERT_TRUE(forwarder.ready());
     const UdpPeer service;
     constexpr int kDead = 200;
+    const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < kDead; ++i) {
         service.send(forwarder.port(), datagram("192.0.2." + std::to_string(i), 6454));
     }
@@ -84,7 +90,8 @@ TEST_F(ForwarderUnreachableTest, ManyDeadDestinationsLogNoMoreThanAHandfulOfLine
     ASSERT_TRUE(forwarder.stop());
     const int lines = count_of(forwarder.program().error_output(), "Network is unreachable");
     EXPECT_GE(lines, 1);
-    EXPECT_LE(lines, 40);
+    // Ten at once and one more each second.
+    EXPECT_LE(lines, 10 + (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(1));
 }
 
 TEST_F(ForwarderUnreachableTest, DestinationIsServedAgainSoonAfterItsRouteAppears) {

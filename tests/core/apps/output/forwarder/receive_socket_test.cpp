@@ -95,8 +95,8 @@ TEST(ReceiveSocketTest, WildcardAddressCanBeSharedInEitherOrder) {
 
 TEST(ReceiveSocketTest, PortThatTheUserMayNotBindIsNotCalledInUse) {
     const uid_t user = geteuid();
-    if (user == 0) {
-        ASSERT_EQ(seteuid(65534), 0);
+    if (user == 0 && seteuid(65534) != 0) {
+        GTEST_SKIP() << "there is no other user here";
     }
     ReceiveSocket socket;
     const auto failure = socket.open(1);

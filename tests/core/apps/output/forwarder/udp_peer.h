@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -67,8 +68,7 @@ public:
     explicit UdpPeer(std::string_view ip = "127.0.0.1", std::uint16_t port = 0, bool reuse = false)
         : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         if (reuse) {
-            const int on = 1;
-            setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+            permit_reuse();
         }
         // Room for large bursts; the kernel cuts the wish to its limit.
         const int room = 64 * 1024 * 1024;
@@ -81,6 +81,20 @@ public:
         }
         getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
         port_ = ntohs(address.sin_port);
+    }
+
+    /// From now on others that permit it, too, may bind this address; nobody is given the port by the system.
+    void permit_reuse() const {
+        const int on = 1;
+        setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    }
+
+    /// From now on it receives from one port of 127.0.0.1 only; to all others nobody is there.
+    void hear_only(std::uint16_t port) const {
+        const sockaddr_in address = forwarder::to_sockaddr({forwarder::kLoopbackAddress, port});
+        if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::system_error(errno, std::generic_category(), "connect");
+        }
     }
 
     [[nodiscard]] std::uint16_t port() const { return port_; }
@@ -117,9 +131,25 @@ private:
     std::uint16_t port_ = 0;
 };
 
-/// A port that nobody had bound a moment ago.
+/**
+ * A port that is free on every address, kept so until the process ends.
+ *
+ * It is held on the wildcard address, so that the system gives it to nobody else meanwhile. Whoever permits
+ * reuse, as the forwarder does, binds it all the same, and gets what is sent to its address.
+ */
 inline std::uint16_t free_port() {
-    return UdpPeer().port();
+    static std::deque<UdpPeer> holders;
+    holders.emplace_back("0.0.0.0").permit_reuse();
+    return holders.back().port();
+}
+
+/// A port of 127.0.0.1 where datagrams are refused, until somebody who permits reuse binds it. Kept like the
+/// others: by a socket that hears nobody.
+inline std::uint16_t refusing_port() {
+    static std::deque<UdpPeer> holders;
+    holders.emplace_back().permit_reuse();
+    holders.back().hear_only(holders.back().port());
+    return holders.back().port();
 }
 
 }  // namespace tests
