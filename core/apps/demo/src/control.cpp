@@ -11,7 +11,7 @@ namespace demo {
 
 namespace {
 
-constexpr int kCallTimeoutMilliseconds = 5000;
+constexpr int kCallTimeoutMilliseconds = 20'000;
 
 const QString kConnection = QStringLiteral("demo");
 const QString kRoot = QStringLiteral("/");

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kServiceStart = 10s;
+constexpr auto kServiceStart = 30s;
 
 std::string node_record(const char* state, const char* ip, std::uint16_t port) {
     return std::string(state) + ":5:" + ip + ":" + std::to_string(port) + ";";

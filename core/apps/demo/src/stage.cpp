@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* kForwarderIp = "127.0.0.1";
 constexpr const char* kReceiverIp = "127.0.0.2";
-constexpr auto kStartTime = 10s;
+constexpr auto kStartTime = 30s;
 /// How long an event of the bus may wait until it is served.
 constexpr int kMomentMilliseconds = 10;
 /// A local socket's path has room for 108 characters.

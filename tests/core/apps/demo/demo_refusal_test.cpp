@@ -44,28 +44,39 @@ protected:
     QTemporaryDir temporary_;
 };
 
-/// A socket on a free port of an address.
+/// A socket on an address. The address permits reuse, as the demo does.
 class Occupied {
 public:
-    explicit Occupied(const char* ip) : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+    /// @param port  0: one that is free on every address, if this is the wildcard address
+    explicit Occupied(const char* ip, std::uint16_t port = 0) : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+        const int on = 1;
+        if (port != 0) {
+            setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        }
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = inet_addr(ip);
+        address.sin_port = htons(port);
         socklen_t size = sizeof address;
         bound_ = bind(socket_, reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
                  getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-        port_ = std::to_string(ntohs(address.sin_port));
+        // Afterwards, so that the system has given the port to nobody else.
+        setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        number_ = ntohs(address.sin_port);
+        port_ = std::to_string(number_);
     }
     ~Occupied() { close(socket_); }
     Occupied(const Occupied&) = delete;
     Occupied& operator=(const Occupied&) = delete;
 
     [[nodiscard]] bool bound() const { return bound_; }
+    [[nodiscard]] std::uint16_t number() const { return number_; }
     [[nodiscard]] const std::string& port() const { return port_; }
 
 private:
     int socket_;
     bool bound_ = false;
+    std::uint16_t number_ = 0;
     std::string port_;
 };
 
@@ -73,8 +84,9 @@ private:
 
 TEST_F(DemoRefusalTest, AnOccupiedPortIsNamedWithWhatToDo) {
     for (const char* ip : {"127.0.0.1", "127.0.0.2"}) {
-        const Occupied occupied(ip);
-        ASSERT_TRUE(occupied.bound());
+        const Occupied everywhere("0.0.0.0");
+        const Occupied occupied(ip, everywhere.number());
+        ASSERT_TRUE(everywhere.bound() && occupied.bound());
         const Ending ending = run({"--port", occupied.port()});
         EXPECT_EQ(ending.status, 1);
         EXPECT_NE(ending.error.find("port " + occupied.port() + " on " + ip + " is taken"), std::string::npos)
@@ -85,12 +97,10 @@ TEST_F(DemoRefusalTest, AnOccupiedPortIsNamedWithWhatToDo) {
 }
 
 TEST_F(DemoRefusalTest, WithoutABusDaemonTheUserIsToldWhatToInstall) {
-    std::string port;
-    {
-        const Occupied free("127.0.0.2");
-        port = free.port();
-    }
-    const Ending ending = run({"--port", port}, {"PATH=/nonexistent"});
+    // The wildcard address hinders nobody who permits reuse, and keeps the port from others.
+    const Occupied everywhere("0.0.0.0");
+    ASSERT_TRUE(everywhere.bound());
+    const Ending ending = run({"--port", everywhere.port()}, {"PATH=/nonexistent"});
     EXPECT_EQ(ending.status, 1);
     EXPECT_NE(ending.error.find("apt-get install dbus-daemon"), std::string::npos) << ending.error;
     EXPECT_TRUE(left_nothing());
