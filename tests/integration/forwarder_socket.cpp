@@ -64,12 +64,14 @@ ForwarderSocket::ForwarderSocket() : descriptor_(open_socket()) {
     }
 }
 
-ForwarderSocket::ForwarderSocket(int port) : descriptor_(open_socket()) {
+ForwarderSocket::ForwarderSocket(int port) : descriptor_(open_socket()), chosen_(true) {
     port_ = bind_to(descriptor_, port) ? port : 0;
 }
 
 ForwarderSocket::~ForwarderSocket() {
-    close(descriptor_);
+    if (chosen_) {
+        close(descriptor_);
+    }
 }
 
 std::string ForwarderSocket::output(const std::string& universe, const std::string& ip) const {

@@ -39,7 +39,9 @@ private:
  */
 class ForwarderSocket {
 public:
-    /// Any free port below 32768: from there on destinations of one port share their frames.
+    /// Any free port below 32768: from there on destinations of one port share their frames. It stays taken
+    /// until the process ends, so that no other test gets what a service still sends there while it is being
+    /// ended.
     ForwarderSocket();
     explicit ForwarderSocket(int port);
     ForwarderSocket(const ForwarderSocket&) = delete;
@@ -65,6 +67,8 @@ public:
 
 private:
     int descriptor_ = -1;
+    /// The test has chosen the port, and may want it again.
+    bool chosen_ = false;
     int port_ = 0;
 };
 

@@ -6,8 +6,11 @@
 
 using namespace integration;
 using namespace std::chrono_literals;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::Ge;
 using testing::IsEmpty;
+using testing::Le;
 
 namespace {
 
@@ -38,6 +41,39 @@ protected:
         const Clock::time_point before = Clock::now();
         EXPECT_TRUE(controller().play(id));
         return wire_.next(count).back().arrival - before;
+    }
+
+    /// A looping playlist of one frame on a universe, `fps` times a second.
+    void add_steady(int id, int universe, int fps, double speed_boost = 0) {
+        const std::string file = std::to_string(id) + ".rec";
+        show()
+            .recording(file, Recording{}.dmx(universe, {1}).bytes())
+            .playlist(ShowPlaylist(id)
+                          .speed_boost(speed_boost)
+                          .effect(ShowEffect(file).fps(fps).output(wire_.output("*"))));
+    }
+    /// Reads up to a frame of universe 1, once each universe has shown two frames: a playlist that has come
+    /// round is loaded completely, and from then on nothing but due times counts.
+    void skip_to_steady_pace() {
+        int first = 0;
+        int second = 0;
+        wire_.next_where([&](const Frame& frame) {
+            ++(frame.universe() == 1 ? first : second);
+            return frame.universe() == 1 && first >= 2 && second >= 2;
+        });
+    }
+    /// How many frames of universe 2 come during `count` intervals of universe 1, which begin with the frame
+    /// read last. Frames go out in the order of their due times, so no stall changes that.
+    int frames_of_the_second_during(int count) {
+        int frames = 0;
+        while (count > 0 && !HasFailure()) {
+            if (wire_.next().universe() == 1) {
+                --count;
+            } else {
+                ++frames;
+            }
+        }
+        return frames;
     }
 
     ForwarderSocket wire_;
@@ -107,8 +143,7 @@ TEST_F(PlaybackTest, PlaylistsInterleaveInTheOrderOfTheirDueTimes) {
     start();
     EXPECT_TRUE(controller().play(2));
     EXPECT_TRUE(controller().play(3));
-    wire_.next_where([](const Frame& frame) { return frame.universe() == 2; });
-    wire_.next_where([](const Frame& frame) { return frame.universe() == 1; });
+    skip_to_steady_pace();
     int fast_between = 0;
     int slow = 0;
     int fast = 0;
@@ -151,21 +186,24 @@ TEST_F(PlaybackTest, AFrameIsNeverEarly) {
 }
 
 TEST_F(PlaybackTest, AFullSpeedBoostHalvesTheIntervals) {
-    add_playlist(1, true, counting(1, 50, 200ms), {wire_.output("1")});
+    // Beside another one of the same pace, which tells the time.
+    add_steady(1, 1, 25);
+    add_steady(2, 2, 25);
     start();
     const Clock::time_point before = Clock::now();
     EXPECT_TRUE(controller().play(1));
-    static_cast<void>(wire_.next());
+    EXPECT_TRUE(controller().play(2));
+    skip_to_steady_pace();
+    // As many as the other's, wherever the ten intervals begin.
+    EXPECT_THAT(frames_of_the_second_during(10), AllOf(Ge(9), Le(11)));
     // Clamped to 100.
-    controller().set_speed_boost(1, 250);
-    const auto missed = static_cast<int>(wire_.arrived().size());
+    controller().set_speed_boost(2, 250);
+    wire_.arrived();
     // One interval may still be an old one.
-    const Clock::time_point begin = wire_.next(2).back().arrival;
-    const Clock::time_point end = wire_.next(10).back().arrival;
-    // Ten intervals would take two seconds at nominal speed.
-    EXPECT_LT(end - begin, 1900ms);
-    // Of all intervals since the start none was shorter than half.
-    EXPECT_GE(end - before, (missed + 12) * 100ms);
+    static_cast<void>(frames_of_the_second_during(3));
+    EXPECT_THAT(frames_of_the_second_during(10), AllOf(Ge(19), Le(21)));
+    // None of the other's intervals, at least 24, was shorter than its own.
+    EXPECT_GE(Clock::now() - before, 24 * 40ms);
 }
 
 TEST_F(PlaybackTest, ASpeedBoostFromTheFileIsNotClamped) {
@@ -182,17 +220,20 @@ TEST_F(PlaybackTest, ASpeedBoostFromTheFileIsNotClamped) {
 }
 
 TEST_F(PlaybackTest, ASpeedBoostBelowZeroOverTheBusCountsAsNone) {
-    show()
-        .recording("1.rec", Recording{}.dmx(1, {1}).bytes())
-        .playlist(
-            ShowPlaylist(1).speed_boost(-500).effect(ShowEffect("1.rec").fps(10).output(wire_.output("1"))));
+    // Beside another one of the same pace, which tells the time.
+    add_steady(1, 1, 25);
+    add_steady(2, 2, 25, -500);
     start();
     EXPECT_TRUE(controller().play(1));
-    static_cast<void>(wire_.next());
-    controller().set_speed_boost(1, -50);
-    // One interval may still be an old, doubled one. Half again as long, ten of them would take 1.5 seconds.
-    const Clock::time_point begin = wire_.next(2).back().arrival;
-    EXPECT_LT(wire_.next(10).back().arrival - begin, 1400ms);
+    EXPECT_TRUE(controller().play(2));
+    skip_to_steady_pace();
+    // Doubled intervals.
+    EXPECT_THAT(frames_of_the_second_during(10), AllOf(Ge(4), Le(6)));
+    controller().set_speed_boost(2, -50);
+    wire_.arrived();
+    // One interval may still be an old one. Half again as long, six or seven of them would go into ten.
+    static_cast<void>(frames_of_the_second_during(4));
+    EXPECT_THAT(frames_of_the_second_during(10), AllOf(Ge(9), Le(11)));
 }
 
 TEST_F(PlaybackTest, BrightnessIsAPercentageRoundedDown) {

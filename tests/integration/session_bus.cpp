@@ -23,9 +23,13 @@ bool accepts_connections(const std::string& path) {
 
 }  // namespace
 
-SessionBus::SessionBus(const std::string& directory, const std::string& policy)
-    : address_("unix:path=" + directory + "/bus") {
-    const std::string configuration = directory + "/bus.conf";
+SessionBus::SessionBus(const std::string& directory, const std::string& policy) {
+    // Each bus has a socket of its own: at the old place of another one, which has ended or is just ending,
+    // nobody could tell whose it is.
+    static int count = 0;
+    const std::string socket_path = directory + "/bus" + std::to_string(++count);
+    address_ = "unix:path=" + socket_path;
+    const std::string configuration = socket_path + ".conf";
     std::ofstream(configuration) << "<busconfig><type>session</type><listen>" << address_
                                  << "</listen><policy context=\"default\"><allow send_destination=\"*\" "
                                     "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
@@ -34,10 +38,10 @@ SessionBus::SessionBus(const std::string& directory, const std::string& policy)
     daemon_ = std::make_unique<StartedProgram>(
         ProgramSettings{{"/usr/bin/dbus-daemon", "--config-file=" + configuration, "--nofork", "--nopidfile"},
                         {"LC_ALL=C.UTF-8"},
-                        directory + "/bus.output",
+                        socket_path + ".output",
                         {}});
-    running_ = daemon_->start_error() == 0 && wait_until([this, &directory] {
-                   return !daemon_->running() || accepts_connections(directory + "/bus");
+    running_ = daemon_->start_error() == 0 && wait_until([this, &socket_path] {
+                   return !daemon_->running() || accepts_connections(socket_path);
                });
     running_ = running_ && daemon_->running();
 }

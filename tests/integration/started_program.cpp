@@ -27,6 +27,10 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 [[noreturn]] void run(const ProgramSettings& settings, char* const* command, char* const* environment,
                       int report) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // What a shell in the background or nohup has had ignored would stay so in the program.
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
+        signal(number, SIG_DFL);
+    }
     int error = settings.prepare ? settings.prepare() : 0;
     if (error == 0) {
         const int output = open(settings.output_file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -46,7 +50,8 @@ bool wait_until(const std::function<bool()>& condition, std::chrono::millisecond
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end) {
-            return false;
+            // What came true while this process was kept from running still counts.
+            return condition();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
