@@ -10,9 +10,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -39,20 +41,36 @@ std::string escaped(const char* text) {
     return result;
 }
 
-/// One write to a file opened for appending, so that lines of several threads do not mix.
+/// The file at `path`, -1 when it cannot be opened. Kept open, as the real system log keeps its socket, so
+/// that lines also come from a program that has no descriptor left; opened anew when it was removed. Caller
+/// holds recording.
+int record_file(const char* path) {
+    static std::string& opened_path = *new std::string;
+    static int file = -1;
+    struct stat state {};
+    if (file == -1 || opened_path != path || fstat(file, &state) != 0 || state.st_nlink == 0) {
+        if (file != -1) {
+            close(file);
+        }
+        file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        opened_path = path;
+    }
+    return file;
+}
+
+/// One write to a file opened for appending, so that lines of several processes do not mix.
 void record(const std::string& line) {
+    // Never destroyed: lines come until the very end of the process.
+    static std::mutex& recording = *new std::mutex;
     const char* const path = std::getenv("SYSLOG_STANDIN_FILE");
     if (path == nullptr) {
         return;
     }
-    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (file == -1) {
-        return;
-    }
-    if (write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+    const std::scoped_lock guard(recording);
+    const int file = record_file(path);
+    if (file != -1 && write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         std::abort();
     }
-    close(file);
 }
 
 __attribute__((format(printf, 2, 0))) void record_message(int priority, const char* format,
