@@ -11,6 +11,7 @@ namespace integration {
 namespace {
 
 const QString kService = QStringLiteral("com.torvexserver.Cuewright");
+const QString kDiscovery = QStringLiteral("com.torvexserver.Netsurvey");
 const QString kEngine = QStringLiteral("/");
 constexpr int kCallDeadline = 20000;
 
@@ -155,13 +156,21 @@ std::string Controller::stopped_signature() const {
 }
 
 Discovery::Discovery(const std::string& address) : connection_(address) {
-    EXPECT_TRUE(connection_.bus().registerService(QStringLiteral("com.torvexserver.Netsurvey")));
+    EXPECT_TRUE(connection_.bus().registerService(kDiscovery));
+}
+
+Discovery::~Discovery() {
+    connection_.bus().unregisterService(kDiscovery);
 }
 
 void Discovery::announce(const std::string& message) {
+    announce_arguments({QString::fromStdString(message)});
+}
+
+void Discovery::announce_arguments(const QList<QVariant>& arguments) {
     QDBusMessage signal = QDBusMessage::createSignal(
         kEngine, QStringLiteral("com.torvexserver.Netsurvey.Dump"), QStringLiteral("OnArtnetNodesUpdated"));
-    signal << QString::fromStdString(message);
+    signal.setArguments(arguments);
     EXPECT_TRUE(connection_.bus().send(signal));
 }
 

@@ -106,8 +106,14 @@ private:
 class Discovery {
 public:
     explicit Discovery(const std::string& address);
+    /// Gives the name back first, so that another may have it at once.
+    ~Discovery();
+    Discovery(const Discovery&) = delete;
+    Discovery& operator=(const Discovery&) = delete;
     /// Announces node changes as "state:universe:ip:port" records separated by ";".
     void announce(const std::string& message);
+    /// Sends the signal with any arguments.
+    void announce_arguments(const QList<QVariant>& arguments);
 
 private:
     BusConnection connection_;

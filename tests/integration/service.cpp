@@ -72,6 +72,7 @@ ProgramSettings program_settings(const Installation& installation, const Service
     keep_variable(program.environment, "TSAN_OPTIONS");
     keep_variable(program.environment, "UBSAN_OPTIONS");
     program.output_file = output_file;
+    program.prepare = settings.prepare;
     if (settings.brand) {
         const std::string user = std::to_string(getuid());
         const std::string group = std::to_string(getgid());

@@ -1,6 +1,7 @@
 #pragma once
 // The real program, started in a directory of its own on a bus of its own.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,8 @@ struct ServiceSettings {
     std::string preload;
     /// Content of the brand file, which only this process sees; needs a mount namespace.
     std::optional<std::string> brand;
+    /// Runs in the child before the program, if given; as ProgramSettings::prepare.
+    std::function<int()> prepare;
 };
 
 /**

@@ -37,7 +37,7 @@ void ServiceTest::start(const ServiceSettings& settings) {
 }
 
 void ServiceTest::end() {
-    if (service_ == nullptr || service_->program().start_error() != 0) {
+    if (ended_ || service_ == nullptr || service_->program().start_error() != 0) {
         return;
     }
     EXPECT_TRUE(service_->program().running()) << "the service has ended by itself";
@@ -48,6 +48,11 @@ void ServiceTest::end() {
     EXPECT_EQ(service_->output(), "");
     controller_.reset();
     service_.reset();
+}
+
+std::optional<int> ServiceTest::wait_own_end() {
+    ended_ = true;
+    return service_->program().wait_end();
 }
 
 void ServiceTest::TearDown() {

@@ -33,6 +33,11 @@ protected:
     void start(const ServiceSettings& settings = {});
     /// Ends the service and looks at how it ended.
     void end();
+    /// Waits for the service to end by itself; the wait status, nothing at the deadline. For tests that
+    /// expect it to, which then look at all of it themselves.
+    [[nodiscard]] std::optional<int> wait_own_end();
+    /// Ends the bus daemon without a word to anybody.
+    void kill_bus() { bus_->kill(); }
 
     [[nodiscard]] Controller& controller() { return *controller_; }
     [[nodiscard]] Service& service() { return *service_; }
@@ -58,6 +63,8 @@ private:
     std::unique_ptr<Service> service_;
     std::unique_ptr<Controller> controller_;
     std::size_t mark_ = 0;
+    /// The test has seen to the service's end itself.
+    bool ended_ = false;
 };
 
 /// Makes the application object that signals are delivered through, once per process.

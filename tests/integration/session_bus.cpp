@@ -1,5 +1,6 @@
 #include "session_bus.h"
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
 
@@ -44,6 +45,13 @@ SessionBus::SessionBus(const std::string& directory, const std::string& policy) 
                    return !daemon_->running() || accepts_connections(socket_path);
                });
     running_ = running_ && daemon_->running();
+}
+
+void SessionBus::kill() {
+    daemon_->signal(SIGKILL);
+    // A killed process always ends.
+    static_cast<void>(daemon_->wait_end());
+    running_ = false;
 }
 
 }  // namespace integration

@@ -20,6 +20,8 @@ public:
     /// False when the daemon did not come up, usually because it is not installed.
     [[nodiscard]] bool running() const { return running_; }
     [[nodiscard]] const std::string& address() const { return address_; }
+    /// Ends the daemon at once and waits until it is gone.
+    void kill();
 
 private:
     std::string address_;

@@ -1,0 +1,188 @@
+// The process itself: the bus is killed under it, it is stopped and continued, or its memory ends.
+
+#include <csignal>
+#include <cstring>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include "faults_test.h"
+#include "support/fifo.h"
+
+using namespace integration;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+using FaultsBusTest = FaultsTest;
+
+class FaultsStoppedTest : public FaultsTest {
+protected:
+    /// The process's state as the kernel shows it in one letter.
+    [[nodiscard]] char state() {
+        std::ifstream file("/proc/" + std::to_string(service().program().pid()) + "/stat");
+        std::string line;
+        std::getline(file, line);
+        // The name before it may hold anything but ends at the last bracket.
+        const std::size_t bracket = line.rfind(')');
+        return bracket == std::string::npos ? '?' : line.at(bracket + 2);
+    }
+
+    ForwarderSocket wire_;
+};
+
+class FaultsMemoryTest : public FaultsTest {
+protected:
+    void SetUp() override {
+        if (kSanitized) {
+            GTEST_SKIP() << "a sanitizer takes more address space than any limit could leave it";
+        }
+    }
+    /// No core of a process that is meant to fail.
+    static ServiceSettings without_core() {
+        ServiceSettings settings;
+        settings.prepare = [] {
+            const rlimit none{0, 0};
+            return setrlimit(RLIMIT_CORE, &none) == 0 ? 0 : errno;
+        };
+        return settings;
+    }
+    /// Lets the service have this much more memory than it has now.
+    void leave_memory(rlim_t bytes) {
+        const pid_t pid = service().program().pid();
+        std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+        rlim_t pages = 0;
+        ASSERT_TRUE(file >> pages);
+        rlimit limits{};
+        ASSERT_EQ(prlimit(pid, RLIMIT_AS, nullptr, &limits), 0);
+        limits.rlim_cur = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + bytes;
+        ASSERT_EQ(prlimit(pid, RLIMIT_AS, &limits, nullptr), 0) << std::strerror(errno);
+    }
+
+    static constexpr rlim_t kMebibyte = 1024 * 1024;
+    ForwarderSocket wire_;
+};
+
+}  // namespace
+
+TEST_F(FaultsBusTest, WhenTheBusIsKilledTheShowPlaysOnUnreachable) {
+    ForwarderSocket wire;
+    add_playlist(1, false, numbered_frames(1, 50), {wire.output("1")});
+    start_with_beat();
+    EXPECT_TRUE(controller().play(1));
+    mark_log();
+    EXPECT_EQ(mark_of(wire.next()), 0);
+    kill_bus();
+    for (int frame = 1; frame < 50; ++frame) {
+        EXPECT_EQ(mark_of(wire.next()), frame);
+    }
+    expect_beat_goes_on(20);
+
+    // A new bus at the same place does not see it.
+    const SessionBus again(installation().path());
+    ASSERT_TRUE(again.running());
+    Controller other(again.address());
+    EXPECT_EQ(other.call_engine(QStringLiteral("stop")).type(), QDBusMessage::ErrorMessage);
+    expect_beat_goes_on(20);
+    EXPECT_THAT(other.stopped(), IsEmpty());
+    EXPECT_TRUE(service().program().running());
+    EXPECT_EQ(log_since_mark(), Lines{});
+}
+
+TEST_F(FaultsStoppedTest, AfterAStopOfSecondsTheMissedFramesComeBackToBackAndTheOthersWhenTheyWereDue) {
+    constexpr int kFrames = 80;
+    constexpr auto kInterval = 50ms;
+    Recording recording;
+    for (std::uint8_t frame = 0; frame < kFrames; ++frame) {
+        recording.dmx(1, {frame}).frame_delay(kInterval).fill_to((recording.size() / 512 + 1) * 512);
+    }
+    add_playlist(1, false, recording, {wire_.output("1")});
+    start_with_beat();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(controller().play(1));
+    mark_log();
+    std::vector<Frame> frames = wire_.next(5);
+    service().program().signal(SIGSTOP);
+    ASSERT_TRUE(wait_until([this] { return state() == 'T'; }));
+    for (const Frame& frame : wire_.arrived()) {
+        frames.push_back(frame);
+    }
+    const std::size_t before_stop = frames.size();
+    const QDBusPendingCall level = ask_level();
+    // Until forty frames have been missed.
+    const auto resume = std::chrono::steady_clock::now() + 40 * kInterval;
+    ASSERT_TRUE(wait_until([resume] { return std::chrono::steady_clock::now() >= resume; }));
+    EXPECT_FALSE(answered(level));
+    EXPECT_TRUE(wire_.arrived().empty());
+
+    service().program().signal(SIGCONT);
+    for (const Frame& frame : wire_.next(kFrames - static_cast<int>(before_stop))) {
+        frames.push_back(frame);
+    }
+    EXPECT_TRUE(wait_for_answer(level));
+    EXPECT_TRUE(controller().wait_for_stopped(1));
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i].level(0), static_cast<int>(i));
+        EXPECT_GE(frames[i].arrival - begin, static_cast<int>(i) * kInterval) << "frame " << i;
+    }
+    // Paced, the thirty-nine intervals would take almost two seconds.
+    EXPECT_LT(frames.at(before_stop + 39).arrival - frames.at(before_stop).arrival, 39 * kInterval);
+    EXPECT_EQ(trouble(), Lines{});
+    expect_beat_goes_on(10);
+}
+
+TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileARecordingLoadsTheProcessAborts) {
+    Fifo fifo(show().path("live.rec"));
+    show().playlist(ShowPlaylist(1).loop(false).effect(ShowEffect("live.rec").output(wire_.output("1"))));
+    start_with_beat(without_core());
+    leave_memory(128 * kMebibyte);
+    if (HasFatalFailure()) {
+        return;
+    }
+    const QDBusPendingCall play = call_later(QStringLiteral("play_playlist"), {1});
+    fifo.open();
+    const std::vector<std::uint8_t> part =
+        Recording{}.dmx(1, std::vector<std::uint8_t>(512, 1)).frame_delay(1h).bytes();
+    // More than the limit leaves, were it only ever read.
+    constexpr std::size_t kMost = std::size_t{1024} * 1024 * 1024;
+    std::size_t written = 0;
+    while (written < kMost && fifo.write(part)) {
+        written += part.size();
+    }
+    EXPECT_LT(written, kMost);
+    const std::optional<int> status = wait_own_end();
+    ASSERT_TRUE(status.has_value());
+    EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGABRT) << *status;
+    EXPECT_THAT(service().output(),
+                HasSubstr("terminate called after throwing an instance of 'std::bad_alloc'"));
+    EXPECT_EQ(trouble(), Lines{});
+    EXPECT_EQ(beat().first_gap(), "");
+    // It played until then.
+    EXPECT_EQ(wire_.next().level(0), 1);
+}
+
+TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileADescriptionIsReadThePlayIsRefused) {
+    add_playlist(1, false, Recording{}.dmx(1, {7}).fill_to(512), {wire_.output("1")});
+    start_with_beat(without_core());
+    show().file("playlists/1.json", "[" + std::string(64 * kMebibyte, ' ') + "]");
+    leave_memory(32 * kMebibyte);
+    if (HasFatalFailure()) {
+        return;
+    }
+    EXPECT_FALSE(controller().play(1));
+    EXPECT_THAT(trouble(), testing::ElementsAre(
+                               "info [Repeater::load_playlist] Failed to load cuelist (err:std::bad_alloc)",
+                               "info [Repeater::play_playlist] Failed to load cuelist"));
+    expect_not_loaded(1);
+    expect_beat_goes_on(20);
+}
