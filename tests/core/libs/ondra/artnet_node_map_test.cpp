@@ -1,5 +1,7 @@
 #include "ondra/artnet_node_map.h"
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -103,6 +105,28 @@ TEST(ArtnetNodeMapTest, SameNodeOnTwoUniversesIsListedInBoth) {
     ArtnetNodeMap map = after("1:0:10.0.0.5:6454;1:1:10.0.0.5:6454;0:0:10.0.0.7:6454");
     EXPECT_THAT(map[0], ElementsAre(node("10.0.0.5")));
     EXPECT_THAT(map[1], ElementsAre(node("10.0.0.5")));
+}
+
+TEST(ArtnetNodeMapTest, ARemovalAppliesToWhatTheRecordsBeforeItHaveLeft) {
+    ArtnetNodeMap map = after("0:5:a:1;1:5:a:1;1:5:a:1;0:5:a:1;0:5:b:1;1:5:b:1");
+    EXPECT_THAT(map[5], ElementsAre(node("a", 1), node("b", 1)));
+}
+
+TEST(ArtnetNodeMapTest, HundredsOfThousandsOfNodesOnOneUniverseAreNoMoreWorkEach) {
+    // Sorting after each record would take hours.
+    constexpr int kNodes = 300'000;
+    QString message;
+    message.reserve(kNodes * 24);
+    for (int i = 0; i < kNodes; ++i) {
+        message += QStringLiteral("1:5:%1:6454;").arg((i * 7'919LL) % kNodes);
+    }
+    ArtnetNodeMap map;
+    ondra::update_artnet_node_map(message, map);
+    ASSERT_EQ(map[5].size(), static_cast<std::size_t>(kNodes));
+    EXPECT_TRUE(std::is_sorted(map[5].begin(), map[5].end()));
+    message.replace(QLatin1String("1:5:"), QLatin1String("0:5:"));
+    ondra::update_artnet_node_map(message, map);
+    EXPECT_THAT(map[5], IsEmpty());
 }
 
 TEST(ArtnetNodeTest, PrefixSortsFirst) {
