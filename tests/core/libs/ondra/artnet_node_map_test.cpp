@@ -112,9 +112,9 @@ TEST(ArtnetNodeMapTest, ARemovalAppliesToWhatTheRecordsBeforeItHaveLeft) {
     EXPECT_THAT(map[5], ElementsAre(node("a", 1), node("b", 1)));
 }
 
-TEST(ArtnetNodeMapTest, HundredsOfThousandsOfNodesOnOneUniverseAreNoMoreWorkEach) {
-    // Sorting after each record would take hours.
-    constexpr int kNodes = 300'000;
+TEST(ArtnetNodeMapTest, AHundredThousandNodesOnOneUniverseAreNoMoreWorkEach) {
+    // Sorting after each record would take minutes.
+    constexpr int kNodes = 100'000;
     QString message;
     message.reserve(kNodes * 24);
     for (int i = 0; i < kNodes; ++i) {
