@@ -38,6 +38,20 @@ private:
     std::string path_;
 };
 
+/// A port that nobody had a moment ago, out of the way of those that other tests keep.
+int free_port() {
+    constexpr int kFirst = 30000;
+    constexpr int kPorts = 2700;
+    for (int i = 0; i < kPorts; ++i) {
+        const int port = kFirst + (getpid() * 16 + i) % kPorts;
+        if (ForwarderSocket(port).bound()) {
+            return port;
+        }
+    }
+    ADD_FAILURE() << "no free port";
+    return kFirst;
+}
+
 class FaultsForwarderTest : public FaultsTest {
 protected:
     /// The real forwarder at the port where the service delivers, with a copy of all to the test.
@@ -53,8 +67,7 @@ protected:
     [[nodiscard]] std::string output() const { return "1:192.0.2.1:" + std::to_string(port_); }
 
     ForwarderSocket copies_;
-    /// Free, since a socket of this test has just had it.
-    int port_ = ForwarderSocket().port();
+    int port_ = free_port();
 };
 
 class FaultsDescriptorTest : public FaultsTest {
