@@ -71,4 +71,44 @@ TEST(PlaylistConcurrencyTest, AppendingWaitsForAReaderInside) {
     EXPECT_EQ(playlist.packets_loaded(), 1);
 }
 
+TEST(PlaylistConcurrencyTest, FetchingWaitsForAWriterInside) {
+    Playlist playlist;
+    playlist.add_packet({0, {1}, {}});
+    ondra::ReadWriteLock& lock = PlaylistAccess::lock(playlist);
+    std::atomic<bool> started{false};
+    std::atomic<bool> fetched{false};
+    lock.lock_as_writer();
+    std::thread worker([&] {
+        Playlist::Packet packet;
+        started.store(true);
+        EXPECT_TRUE(playlist.packet(0, packet));
+        fetched.store(true);
+    });
+    EXPECT_TRUE(eventually([&] { return started.load(); }));
+    // One-sided, as above.
+    for (int turn = 0; turn < 1000; ++turn) {
+        EXPECT_FALSE(fetched.load());
+        std::this_thread::yield();
+    }
+    lock.unlock_as_writer();
+    worker.join();
+    EXPECT_TRUE(fetched.load());
+}
+
+TEST(PlaylistConcurrencyTest, FetchingSharesTheLockWithAnotherReader) {
+    Playlist playlist;
+    playlist.add_packet({0, {1}, {}});
+    ondra::ReadWriteLock& lock = PlaylistAccess::lock(playlist);
+    std::atomic<bool> fetched{false};
+    lock.lock_as_reader();
+    std::thread worker([&] {
+        Playlist::Packet packet;
+        EXPECT_TRUE(playlist.packet(0, packet));
+        fetched.store(true);
+    });
+    EXPECT_TRUE(eventually([&] { return fetched.load(); }));
+    lock.unlock_as_reader();
+    worker.join();
+}
+
 }  // namespace

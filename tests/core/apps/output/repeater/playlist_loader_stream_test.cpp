@@ -67,8 +67,21 @@ protected:
                !returned_.load();
     }
     void join_waiter() {
-        EXPECT_TRUE(eventually([this] { return returned_.load(); }));
+        const bool returned = eventually([this] { return returned_.load(); });
+        EXPECT_TRUE(returned);
+        if (!returned) {
+            // The end of the load makes ready whatever was loaded.
+            fifo_.close();
+        }
         waiter_.join();
+    }
+    /// In the place of the one effect that the FIFO is.
+    void set_effects(const std::vector<QString>& paths) {
+        std::vector<Playlist::Effect>& effects = PlaylistAccess::effects(playlist_);
+        effects.assign(paths.size(), Playlist::Effect());
+        for (std::size_t index = 0; index < paths.size(); ++index) {
+            effects[index].path = paths[index];
+        }
     }
 
     const CapturedLog log_{ondra::kNormal};
@@ -119,6 +132,39 @@ TEST_F(PlaylistLoaderStreamTest, TheEndOfAShortRecordingMakesReady) {
     join_waiter();
     EXPECT_TRUE(eventually([this] { return loader_->done(); }));
     EXPECT_EQ(playlist_.packets_loaded(), 2);
+}
+
+TEST_F(PlaylistLoaderStreamTest, TheTimeOfAllEffectsTogetherMakesReady) {
+    // 30 ms from the first effect; the second brings 21 ms and then waits for more.
+    show_.recording("first.rec", Recording{}.dmx(0, {1}).bytes());
+    set_effects({QStringLiteral("first.rec"), QStringLiteral("live.rec")});
+    start();
+    ASSERT_TRUE(wait_for_packets(1));
+    EXPECT_TRUE(blocks_in_wait_ready());
+    fifo_.write(block(Recording{}.dmx(0, {2}).frame_delay_ms(21).dmx(0, {3})));
+    join_waiter();
+    EXPECT_EQ(playlist_.packets_loaded(), 2);
+    EXPECT_FALSE(loader_->done());
+}
+
+TEST_F(PlaylistLoaderStreamTest, ASecondLoadBecomesReadyAndDoneOnlyByWhatItLoadsItself) {
+    show_.recording("first.rec", Recording{}.dmx(0, {1}).frame_delay_ms(60).dmx(0, {2}).bytes());
+    set_effects({QStringLiteral("first.rec")});
+    loader_->start(playlist_);
+    loader_->wait_ready();
+    ASSERT_TRUE(eventually([this] { return loader_->done(); }));
+    set_effects({QStringLiteral("live.rec")});
+    start();
+    EXPECT_FALSE(loader_->done());
+    // 10 ms and a packet without a delay are stored, the third is pending: little by itself, and nothing of
+    // the 90 ms before counts.
+    fifo_.write(block(Recording{}.dmx(0, {3}).frame_delay_ms(10).dmx(0, {4}).dmx(0, {5})));
+    ASSERT_TRUE(wait_for_packets(2));
+    EXPECT_TRUE(blocks_in_wait_ready());
+    fifo_.write(block(Recording{}.frame_delay_ms(41).dmx(0, {6})));
+    join_waiter();
+    EXPECT_EQ(playlist_.packets_loaded(), 3);
+    EXPECT_FALSE(loader_->done());
 }
 
 TEST_F(PlaylistLoaderStreamTest, AfterAStopAtMostTwoMorePacketsAreStoredAndTheEffectEndsAsItsFile) {

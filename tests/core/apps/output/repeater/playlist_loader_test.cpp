@@ -153,6 +153,17 @@ TEST_F(PlaylistLoaderTest, AFrameSizeOfZeroEndsNoFrameButTheLast) {
     EXPECT_EQ(delays(), (Delays{0, 0, 0, 0, 0, 0, 0, 0, 40 * kMs}));
 }
 
+TEST_F(PlaylistLoaderTest, ANegativeFrameSizeCountsAsItsMagnitude) {
+    load(Recording{}.dmx(0, {1}).dmx(0, {1}).dmx(0, {1}).dmx(0, {1}).dmx(0, {1}),
+         fixed_rate("a.rec", 25, -2));
+    EXPECT_EQ(delays(), (Delays{0, 40 * kMs, 0, 40 * kMs, 40 * kMs}));
+}
+
+TEST_F(PlaylistLoaderTest, WithoutAUniverseThatComesAgainTheWholeRecordingIsOneFrame) {
+    load(Recording{}.dmx(0, {1}).dmx(1, {1}).dmx(2, {1}), fixed_rate("a.rec", 25, -1));
+    EXPECT_EQ(delays(), (Delays{0, 0, 40 * kMs}));
+}
+
 TEST_F(PlaylistLoaderTest, TheFrameSizeIsFoundAtTheFirstUniverseThatComesAgain) {
     load(Recording{}.dmx(5, {1}).dmx(6, {1}).dmx(6, {1}).dmx(5, {1}).dmx(6, {1}),
          fixed_rate("a.rec", 25, -1));
@@ -237,6 +248,20 @@ TEST_F(PlaylistLoaderTest, OtherPacketsOfARecordingAreSkippedWithoutAWord) {
     EXPECT_EQ(playlist_.packets_loaded(), 2);
     EXPECT_TRUE(log_.lines_starting("[PlaylistLoader::load_effect] Skipped").empty());
     EXPECT_TRUE(log_.lines_starting("[PlaylistLoader::load_effect] Non-critical").empty());
+}
+
+TEST_F(PlaylistLoaderTest, ANodesAnswerInARecordingIsSkippedWithoutAWord) {
+    Recording recording;
+    recording.dmx(0, {1}).header(0x2100).fill_to(recording.size() + 229).dmx(0, {2});
+    load(recording, own_timing("a.rec"));
+    ASSERT_EQ(playlist_.packets_loaded(), 2);
+    EXPECT_EQ(packet(1).data.back(), 2);
+    EXPECT_EQ(log_.lines(), (std::vector<std::string>{
+                                "[PlaylistLoader::load_effect] Load effect (" + path("a.rec") + ")",
+                                "[PlaylistLoader::flush_pending_packet] Loaded packet (index:0, size:19, "
+                                "universe:0)",
+                                "[PlaylistLoader::flush_pending_packet] Loaded packet (index:1, size:19, "
+                                "universe:0)"}));
 }
 
 TEST_F(PlaylistLoaderTest, AnUnknownPacketIsLoggedAndSkipped) {
@@ -347,6 +372,17 @@ TEST_F(PlaylistLoaderTest, LoadingAgainStartsFromNothingButKeepsTheRangesOfEffec
     EXPECT_EQ(packet(0).universe, 3);
     EXPECT_EQ(loaded_effects(), 1);
     EXPECT_EQ(PlaylistAccess::effect_end(playlist_), (std::vector<int>{0, 2}));
+}
+
+TEST_F(PlaylistLoaderTest, LoadingAgainForgetsThePacketThatAFailureLeftPending) {
+    const std::vector<std::uint8_t> levels(100, 1);
+    // The second packet is whole and pending when the third shows that the file is cut.
+    load(Recording{}.dmx(7, levels).dmx(8, levels).dmx(9, levels).cut_to(304), own_timing("bad.rec"));
+    ASSERT_EQ(playlist_.packets_loaded(), 1);
+    load(Recording{}.dmx(3, {1}).dmx(4, {1}), own_timing("good.rec"));
+    ASSERT_EQ(playlist_.packets_loaded(), 2);
+    EXPECT_EQ(packet(0).universe, 3);
+    EXPECT_EQ(packet(1).universe, 4);
 }
 
 /// At which level a line shows when `recording` is loaded.
