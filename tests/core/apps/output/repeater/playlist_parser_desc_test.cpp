@@ -115,6 +115,17 @@ TEST_F(PlaylistParserDescTest, BrokenJsonIsAParseErrorWithTheByteOffset) {
             "[PlaylistParser::parse_desc] Parse error (err:object is missing after a comma, offset:12)"));
 }
 
+TEST_F(PlaylistParserDescTest, TheFileIsReadAsTextSoThatTheOffsetDoesNotCountCarriageReturns) {
+    for (const char* const json : {"[\n{\"Id\": 3},\n]", "[\r\n{\"Id\": 3},\r\n]"}) {
+        write_desc(json);
+        EXPECT_EQ(desc_level("[PlaylistParser::parse_desc] Parse error (err:object is missing after a comma, "
+                             "offset:14)",
+                             3),
+                  -2)
+            << json;
+    }
+}
+
 TEST_F(PlaylistParserDescTest, AFailureLeavesThePlaylistUntouched) {
     for (const char* const json : {"", "{}", R"([{"Id": 4, "Loop": false, "Brightness": 1}])"}) {
         write_desc(json);

@@ -131,6 +131,14 @@ TEST_F(PlaylistParserEffectsTest, BrokenJsonIsAnInvalidFormat) {
     EXPECT_EQ(effects_level("[PlaylistParser::parse_effects] Parse error (err:illegal value, offset:0)"), -2);
 }
 
+TEST_F(PlaylistParserEffectsTest, TheFileIsReadAsTextSoThatTheOffsetDoesNotCountCarriageReturns) {
+    write_effects(3, "[\r\n{},\r\n]");
+    EXPECT_EQ(
+        effects_level(
+            "[PlaylistParser::parse_effects] Parse error (err:object is missing after a comma, offset:7)"),
+        -2);
+}
+
 TEST_F(PlaylistParserEffectsTest, AMissingOrMistypedRequiredFieldFailsTheFile) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {R"([{"fps": 1, "outputs": []}])", "path"},
