@@ -40,6 +40,11 @@ void expect_defaults(const Brand& brand) {
     EXPECT_EQ(brand.manufacturer_id, Brand().manufacturer_id);
 }
 
+TEST(BrandTest, WithoutSettingsOfItsOwnABuildHasTheFieldsCodesForUnknownAndForPrototypes) {
+    EXPECT_EQ(Brand().oem_id, 0x00FF);
+    EXPECT_EQ(Brand().manufacturer_id, 0x7FF0);
+}
+
 TEST(BrandFieldTest, StringGivesItsUtf8Text) {
     EXPECT_EQ(field(R"({"k": "Torvex"})"), "Torvex");
     EXPECT_EQ(field(R"({"k": "B\u00fchne"})"), "B\xC3\xBChne");

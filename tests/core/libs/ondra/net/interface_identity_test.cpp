@@ -1,11 +1,15 @@
 #include "ondra/net/interface_identity.h"
 
+#include <cerrno>
+
 #include <sched.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <QHostAddress>
 
 #include "support/child_process.h"
+#include "system_calls.h"
 
 namespace {
 
@@ -33,6 +37,20 @@ TEST(InterfaceIdentityTest, UnknownInterfaceHasNothing) {
     EXPECT_EQ(ip_address_hex("none0"), "");
     EXPECT_EQ(hardware_address_hex("none0"), "");
     EXPECT_EQ(broadcast_address("none0"), "");
+}
+
+TEST(InterfaceIdentityTest, WithoutASocketToAskThroughNothingIsKnownAndNothingIsClosed) {
+    // Every network has a loopback interface, and this is its hardware address.
+    ASSERT_EQ(hardware_address_hex("lo"), "000000000000");
+    system_calls = SystemCalls();
+    system_calls.failing = "socket";
+    system_calls.failures = 2;
+    system_calls.error = EMFILE;
+    EXPECT_EQ(hardware_address_hex("lo"), "");
+    EXPECT_EQ(ip_address_hex("lo"), "");
+    EXPECT_THAT(system_calls.made, testing::ElementsAre("socket", "socket"));
+    EXPECT_EQ(hardware_address_hex("lo"), "000000000000");
+    EXPECT_EQ(system_calls.closed, system_calls.created);
 }
 
 TEST(InterfaceIdentityTest, InterfaceWithoutAnAddressHasOnlyItsHardwareAddress) {

@@ -116,6 +116,19 @@ TEST_P(UdpSocketFailedStepTest, DescriptorIsKeptOpenAndTheNextAttemptCreatesAFur
     close(left);
 }
 
+TEST_P(UdpSocketFailedStepTest, AFailedCreationAfterwardsForgetsTheDescriptorWhichStaysOpen) {
+    fail(GetParam());
+    std::optional<UdpSocket> socket(std::in_place);
+    EXPECT_FALSE(socket->initialize());
+    ASSERT_EQ(system_calls.created.size(), 1U);
+    fail("socket");
+    EXPECT_FALSE(socket->initialize());
+    socket.reset();
+    EXPECT_THAT(system_calls.closed, IsEmpty());
+    EXPECT_TRUE(is_open(system_calls.created[0]));
+    close(system_calls.created[0]);
+}
+
 TEST_P(UdpSocketFailedStepTest, DestructorClosesTheDescriptorOfTheFailedAttempt) {
     fail(GetParam());
     {
