@@ -19,8 +19,8 @@ struct ReadWriteLockAccess {
 /**
  * Plain forwarding; no rule of its own.
  *
- * Main thread. But for the first two everything takes the engine's lock as writer, as the bus methods do, so
- * that the render worker is outside; a call is therefore answered after the pending packet.
+ * Main thread. But where it says otherwise everything takes the engine's lock as writer, as the bus methods
+ * do, so that the render worker is outside; a call is therefore answered after the pending packet.
  */
 struct RepeaterAccess {
     using Address = Playlist::Address;
@@ -68,6 +68,12 @@ struct RepeaterAccess {
     }
     static bool loader_done(Repeater& engine, int id) {
         return with(engine, id, false, [](const PlaylistDesc& desc) { return desc.loader.done(); });
+    }
+    /// The same without the lock, for a worker that waits in standing time and lets nobody in: only the main
+    /// thread changes the list, and a loader tells its end through an atomic.
+    static bool loader_done_now(Repeater& engine, int id) {
+        const PlaylistDesc* const desc = engine.find_playlist(id);
+        return desc != nullptr && desc->loader.done();
     }
     static int packets_loaded(Repeater& engine, int id) {
         return with(engine, id, -1, [](const PlaylistDesc& desc) { return desc.playlist.packets_loaded(); });

@@ -199,6 +199,28 @@ TEST_F(RepeaterWhileLoadingTest, StopPlaylistWaitsUntilTheLoaderHasStoppedToo) {
     EXPECT_TRUE(RepeaterAccess::playlist_ids(engine()).empty());
 }
 
+TEST_F(RepeaterWhileLoadingTest, StopAsksAllLoadersBeforeItWaitsForTheFirst) {
+    show.playlist(ShowPlaylist(2).effect(ShowEffect("second.rec").output("*:192.0.2.1:6454")));
+    Fifo second(show.path("second.rec"));
+    play();
+    std::thread opener([&second] {
+        second.open();
+        second.write(block());
+    });
+    EXPECT_TRUE(engine().play_playlist(2));
+    opener.join();
+    std::thread feeder([this, &second] {
+        // The first loader gets nothing and so cannot end. The second has been asked all the same: it ends
+        // with what it gets, and nobody reads its pipe any more.
+        EXPECT_TRUE(eventually([&second] { return !second.write(block()); }));
+        EXPECT_TRUE(eventually([this] { return !fifo_->write(block()); }));
+        second.close();
+    });
+    engine().stop();
+    feeder.join();
+    EXPECT_TRUE(RepeaterAccess::playlist_ids(engine()).empty());
+}
+
 TEST_F(RepeaterWhileLoadingTest, TheDestructorEndsTheLoaders) {
     play();
     std::thread feeder([this] {

@@ -1,6 +1,7 @@
-// A load that fails for want of a thread: what the system refuses, the engine refuses.
+// Loads that fail: for want of a thread, which the system refuses, and what becomes of the record.
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -10,6 +11,9 @@
 namespace {
 
 std::atomic<bool> no_threads{false};
+
+/// Called, if there is one, before a record's loader is destroyed. Main thread.
+std::function<void()> on_record_end;
 
 }  // namespace
 
@@ -24,6 +28,21 @@ void start_thread(std::thread* thread, State state, void (*depend)()) {
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no thread");
     }
     library_start_thread(thread, std::move(state), depend);
+}
+
+// Stands between a record and the end of its loader, the first of its parts to go (--wrap). Compilers call
+// either of the destructor's two names.
+void real_end(PlaylistLoader* loader) __asm__("__real__ZN14PlaylistLoaderD1Ev");
+void end_complete(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD1Ev");
+void end_complete(PlaylistLoader* loader) {
+    if (on_record_end) {
+        on_record_end();
+    }
+    real_end(loader);
+}
+void end_base(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD2Ev");
+void end_base(PlaylistLoader* loader) {
+    end_complete(loader);
 }
 
 namespace {
@@ -42,6 +61,23 @@ TEST_F(RepeaterLoadFailureTest, WithoutAThreadForTheLoaderThePlayIsRefusedWithTh
     EXPECT_TRUE(log().has("[Repeater::play_playlist] Failed to load cuelist"));
     EXPECT_TRUE(RepeaterAccess::playlist_ids(engine()).empty());
     EXPECT_TRUE(engine().play_playlist(1));
+}
+
+TEST_F(RepeaterLoadFailureTest, TheReasonIsLoggedBeforeTheRecordGoesAndTheRefusalAfterwards) {
+    start();
+    const std::string reason =
+        "[Repeater::load_playlist] Failed to load cuelist (err:Playlist desc file not found)";
+    const std::string refusal = "[Repeater::play_playlist] Failed to load cuelist";
+    int ends = 0;
+    on_record_end = [&, this] {
+        ++ends;
+        EXPECT_TRUE(log().has(reason));
+        EXPECT_FALSE(log().has(refusal));
+    };
+    EXPECT_FALSE(engine().play_playlist(5));
+    on_record_end = nullptr;
+    EXPECT_EQ(ends, 1);
+    EXPECT_TRUE(log().has(refusal));
 }
 
 }  // namespace

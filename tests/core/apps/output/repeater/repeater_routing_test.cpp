@@ -106,6 +106,20 @@ TEST_F(RepeaterRoutingTest, SwitchingUnicastCountsFromTheNextPacket) {
     EXPECT_EQ(all.at(second + 1), "192.0.2.50:6454");
 }
 
+TEST_F(RepeaterRoutingTest, ANodeMapThatComesDuringTheWaitForAPacketCountsForThatPacket) {
+    tell_nodes("1:5:192.0.2.50:6454");
+    show.recording("a.rec", Recording{}.dmx(5, {1}).frame_delay(40ms).dmx(5, {2}).bytes());
+    show.playlist(ShowPlaylist(1).effect(ShowEffect("a.rec")));
+    VirtualClock::set_step(0ns);
+    ASSERT_TRUE(engine().play_playlist(1));
+    ASSERT_TRUE(wait_for_sent(1));
+    ASSERT_TRUE(worker_is_waiting());
+    tell_nodes("0:5:192.0.2.50:6454;1:5:192.0.2.60:6454");
+    VirtualClock::advance(40ms);
+    ASSERT_TRUE(wait_for_sent(2));
+    EXPECT_EQ(destinations(), (Destinations{"192.0.2.50:6454", "192.0.2.60:6454"}));
+}
+
 TEST_F(RepeaterRoutingTest, EachNodeOfTheUniverseGetsThePacketInTheOrderOfTheMap) {
     tell_nodes("1:5:192.0.2.9:6454;1:5:192.0.2.10:6454;1:5:192.0.2.9:7000;1:6:192.0.2.77:6454");
     play(ShowEffect("a.rec"), {1});

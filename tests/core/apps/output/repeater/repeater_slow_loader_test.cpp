@@ -53,6 +53,26 @@ TEST_F(RepeaterSlowLoaderTest, ThePlaylistTriesAgainEveryTenMillisecondsAndSends
     EXPECT_EQ(levels(9), (std::vector<int>{1, 2, 3}));
 }
 
+TEST_F(RepeaterSlowLoaderTest, ALoadThatEndsDuringTheWaitForTheLastPacketEndsThePlaylistWithThatPacket) {
+    std::vector<int> stopped;
+    QObject::connect(&engine(), &Repeater::OnPlaylistStopped, [&stopped](int id) { stopped.push_back(id); });
+    VirtualClock::set_step(0ns);
+    play();
+    ASSERT_TRUE(wait_for_sent(1));
+    // The worker waits for the second packet, which the loader stores when its input ends.
+    ASSERT_TRUE(worker_is_waiting());
+    fifo_.close();
+    ASSERT_TRUE(eventually([this] { return RepeaterAccess::loader_done_now(engine(), 1); }));
+    VirtualClock::advance(60ms);
+    // Time stands again: an end that came only after the last packet's own delay would not come.
+    EXPECT_TRUE(eventually([&stopped] { return !stopped.empty(); }));
+    EXPECT_EQ(levels(9), (std::vector<int>{1, 2}));
+    EXPECT_EQ(moments(2), (Moments{0ms, 60ms}));
+    VirtualClock::set_step(VirtualClock::kStep);
+    EXPECT_EQ(flags(1), "1,0,1");
+    EXPECT_EQ(stopped, (std::vector<int>{1}));
+}
+
 TEST_F(RepeaterSlowLoaderTest, OtherPlaylistsKeepTheirTiming) {
     add(2,
         Recording{}
