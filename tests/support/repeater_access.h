@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -88,6 +89,35 @@ struct RepeaterAccess {
         }
     }
     static bool load_playlist(Repeater& engine, int id) { return engine.load_playlist(id); }
+
+    // What the lock guards, as text. The caller holds the lock, or the worker is asleep.
+    /// "id:active,play_requested,finished brightness/speed_boost;" per playlist, then the number of frames.
+    static std::string playlists_held(const Repeater& engine) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        std::string text;
+        for (const auto& desc : engine.playlists_) {
+            text += std::to_string(desc->playlist.id()) + ":" + (desc->active ? "1" : "0") +
+                    (desc->play_requested ? ",1" : ",0") + (desc->finished ? ",1 " : ",0 ") +
+                    std::to_string(desc->playlist.get_brightness()) + "/" +
+                    std::to_string(desc->playlist.get_speed_boost()) + ";";
+        }
+        return text + std::to_string(engine.merge_packets_.size());
+    }
+    /// "id/priority;" per zone, in the order of the ids.
+    static std::string zones_held(const Repeater& engine) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        std::map<int, int> sorted;
+        for (const auto& [id, zone] : engine.zones_) {
+            sorted.emplace(id, zone.priority);
+        }
+        std::string text;
+        for (const auto& [id, priority] : sorted) {
+            text += std::to_string(id) + "/" + std::to_string(priority) + ";";
+        }
+        return text;
+    }
+    static std::string unicast_held(const Repeater& engine) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        return engine.unicast_enabled_ ? "on" : "off";
+    }
+    static const ondra::ReadWriteLock& lock(const Repeater& engine) { return engine.lock_; }
 
     // Merged frames.
     static std::size_t merge_packet_count(Repeater& engine) {
