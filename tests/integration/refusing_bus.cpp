@@ -1,8 +1,11 @@
-// Preloaded into the service, this refuses one step of its start-up that no real bus refuses: Qt registers
-// objects without asking the bus, and learns too late to report it that a match rule was refused. REFUSE
-// names the step, an object's path or a signal's name; all else goes to Qt's own function.
+// Preloaded into the service, this sees the steps by which its start-up registers it on the bus.
+//
+// It refuses one that no real bus refuses: Qt registers objects without asking the bus, and learns too late
+// to report it that a match rule was refused. REFUSE names the step, an object's path or a signal's name; all
+// else goes to Qt's own function. STEPS names a file that gets one line per step, refused ones included.
 
 #include <cstdlib>
+#include <fstream>
 
 #include <dlfcn.h>
 #include <QDBusConnection>
@@ -15,9 +18,24 @@ bool refused(const QString& step) {
     return name != nullptr && step == QLatin1String(name);
 }
 
+void note(const QString& step) {
+    if (const char* const file = std::getenv("STEPS")) {
+        std::ofstream(file, std::ios::app) << step.toStdString() << '\n';
+    }
+}
+
 }  // namespace
 
+bool QDBusConnection::registerService(const QString& name) {
+    using Function = bool (*)(QDBusConnection*, const QString&);
+    static const auto original =
+        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "_ZN15QDBusConnection15registerServiceERK7QString"));
+    note(QStringLiteral("name %1").arg(name));
+    return original(this, name);
+}
+
 bool QDBusConnection::registerObject(const QString& path, QObject* object, RegisterOptions options) {
+    note(QStringLiteral("object %1 0x%2").arg(path).arg(static_cast<int>(options), 0, 16));
     using Function = bool (*)(QDBusConnection*, const QString&, QObject*, RegisterOptions);
     static const auto original = reinterpret_cast<Function>(dlsym(
         RTLD_NEXT, "_ZN15QDBusConnection14registerObjectERK7QStringP7QObject6QFlagsINS_14RegisterOptionEE"));
@@ -30,5 +48,7 @@ bool QDBusConnection::connect(const QString& service, const QString& path, const
                               const QString&, QObject*, const char*);
     static const auto original = reinterpret_cast<Function>(
         dlsym(RTLD_NEXT, "_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc"));
+    note(QStringLiteral("signal %1 %2 %3 %4 to %5")
+             .arg(service, path, interface, name, QLatin1String(slot + 1)));
     return !refused(name) && original(this, service, path, interface, name, receiver, slot);
 }

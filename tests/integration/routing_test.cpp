@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <QDBusConnectionInterface>
+
 #include "service_test.h"
 
 using namespace integration;
@@ -119,6 +121,28 @@ TEST_F(RoutingTest, WithoutKnownNodesNothingIsSentAndTheFailureIsTraced) {
     // The first node that is announced gets the frames that come from then on.
     discovery.announce(node(5, "10.0.0.9", wire_.port()));
     EXPECT_EQ(next_destinations(3), (Texts{"10.0.0.9", "10.0.0.9", "10.0.0.9"}));
+}
+
+TEST_F(RoutingTest, WhatAnotherThanTheDiscoveryServiceAnnouncesIsIgnored) {
+    add_playlist(1, true, Recording{}.dmx(5, {1}).frame_delay(kFrame), {});
+    start();
+    BusConnection other(bus().address());
+    const auto announce_as_other = [this, &other](const char* ip) {
+        QDBusMessage signal =
+            QDBusMessage::createSignal(QStringLiteral("/"), QStringLiteral("com.torvexserver.Netsurvey.Dump"),
+                                       QStringLiteral("OnArtnetNodesUpdated"));
+        signal << QString::fromStdString(node(5, ip, wire_.port()));
+        EXPECT_TRUE(other.bus().send(signal));
+        // Once the bus has answered, it has passed the signal on, before all that others send from now on.
+        EXPECT_TRUE(
+            other.bus().interface()->isServiceRegistered(QStringLiteral("com.torvexserver.Cuewright")));
+    };
+    announce_as_other("10.0.0.1");
+    Discovery discovery(bus().address());
+    announce_as_other("10.0.0.2");
+    discovery.announce(node(5, "10.0.0.9", wire_.port()));
+    play_until("10.0.0.9");
+    EXPECT_EQ(next_destinations(4), (Texts{"10.0.0.9", "10.0.0.9", "10.0.0.9", "10.0.0.9"}));
 }
 
 TEST_F(RoutingTest, NodesGetTheFramesOfTheirUniverseInTheOrderOfTheirText) {

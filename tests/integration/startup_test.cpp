@@ -1,6 +1,7 @@
 // Starting the real program: its lines, their order and priorities, and every way in which it gives up.
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -162,24 +163,59 @@ TEST_F(StartUpTest, ANameThatTheBusDeniesIsReportedInTheBusesWords) {
     EXPECT_EQ(lines[2].back(), '\n');
 }
 
-class RefusedStepTest : public StartUpTest, public testing::WithParamInterface<const char*> {};
+/// Sees the steps that register the service on the bus.
+class RegistrationTest : public StartUpTest {
+protected:
+    [[nodiscard]] ServiceSettings seen(std::vector<std::string> environment) const {
+        environment.push_back("STEPS=" + file_);
+        ServiceSettings settings = with(environment);
+        settings.preload = INTEGRATION_REFUSING_BUS;
+        return settings;
+    }
+    [[nodiscard]] Lines steps() const {
+        Lines lines;
+        std::ifstream file(file_);
+        for (std::string line; std::getline(file, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
 
-TEST_P(RefusedStepTest, EndsTheStartBeforeThePathsAreSet) {
-    const SessionBus willing(installation().path());
-    ASSERT_TRUE(willing.running());
-    ServiceSettings settings = with({"DBUS_SESSION_BUS_ADDRESS=" + willing.address()});
-    settings.environment.push_back(std::string("REFUSE=") + GetParam());
-    settings.preload = INTEGRATION_REFUSING_BUS;
-    EXPECT_THAT(without_worker(failed_start(settings)),
-                ElementsAre(kVersionLine, kLevelLine, "err main.cpp \n"));
+private:
+    const std::string file_ = installation().path() + "/steps";
+};
+
+/// All of them, in order. The options export all slots, of the engine all signals, too.
+const Lines kSteps{
+    "name com.torvexserver.Cuewright", "object / 0x330", "object /logger 0x110",
+    "signal com.torvexserver.Netsurvey / com.torvexserver.Netsurvey.Dump OnArtnetNodesUpdated to "
+    "update_artnet_node_map(QString)"};
+
+TEST_F(RegistrationTest, TakesTheNameThenOffersTheEngineThenTheLoggerThenSubscribes) {
+    start(seen({}));
+    EXPECT_EQ(steps(), kSteps);
 }
 
-INSTANTIATE_TEST_SUITE_P(Steps, RefusedStepTest, testing::Values("/", "/logger", "OnArtnetNodesUpdated"),
-                         [](const testing::TestParamInfo<const char*>& step) {
-                             return std::string(step.index == 0   ? "Engine"
-                                                : step.index == 1 ? "Logger"
-                                                                  : "Subscription");
-                         });
+class RefusedStepTest : public RegistrationTest, public testing::WithParamInterface<int> {
+protected:
+    static constexpr std::array<const char*, 4> kNames{"", "/", "/logger", "OnArtnetNodesUpdated"};
+};
+
+TEST_P(RefusedStepTest, EndsTheStartThereBeforeThePathsAreSet) {
+    const SessionBus willing(installation().path());
+    ASSERT_TRUE(willing.running());
+    const ServiceSettings settings =
+        seen({"DBUS_SESSION_BUS_ADDRESS=" + willing.address(),
+              std::string("REFUSE=") + kNames.at(static_cast<std::size_t>(GetParam()))});
+    EXPECT_THAT(without_worker(failed_start(settings)),
+                ElementsAre(kVersionLine, kLevelLine, "err main.cpp \n"));
+    EXPECT_EQ(steps(), Lines(kSteps.begin(), kSteps.begin() + GetParam() + 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, RefusedStepTest, testing::Values(1, 2, 3), [](const testing::TestParamInfo<int>& step) {
+        return std::string(step.param == 1 ? "Engine" : step.param == 2 ? "Logger" : "Subscription");
+    });
 
 TEST_F(StartUpTest, TerminationSignalsHaveNoHandlerAndEndItAtOnce) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
