@@ -7,7 +7,7 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "artnet/forwarding_datagram.h"
@@ -93,13 +94,38 @@ struct Batch {
 
 }  // namespace
 
-void check_port_is_free(const std::string& ip, std::uint16_t port) {
+namespace {
+
+/// Place of a socket's inode in its line of /proc/net/udp.
+constexpr std::size_t kInodeWord = 9;
+
+/// True when a socket other than `own` (-1: none) is bound to exactly this address. Connected ones do not
+/// count.
+bool is_bound(const std::string& ip, std::uint16_t port, int own) {
+    struct stat status {};
+    const ino_t own_inode = own != -1 && fstat(own, &status) == 0 ? status.st_ino : 0;
     // The table has the address as its raw 32-bit value and the port as a plain number.
-    std::array<char, 32> entry{};
-    std::snprintf(entry.data(), entry.size(), " %08X:%04X ", inet_addr(ip.c_str()), unsigned{port});
-    std::ifstream file("/proc/net/udp");
-    const std::string table{std::istreambuf_iterator<char>(file), {}};
-    if (table.find(entry.data()) != std::string::npos) {
+    std::array<char, 16> local{};
+    std::snprintf(local.data(), local.size(), "%08X:%04X", inet_addr(ip.c_str()), unsigned{port});
+    std::ifstream table("/proc/net/udp");
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream words(line);
+        std::array<std::string, kInodeWord + 1> word;
+        for (std::string& each : word) {
+            words >> each;
+        }
+        if (word[1] == local.data() && word[2] == "00000000:0000" &&
+            word[kInodeWord] != std::to_string(own_inode)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void check_port_is_free(const std::string& ip, std::uint16_t port) {
+    if (is_bound(ip, port, -1)) {
         errno = EADDRINUSE;
         fail("bind");
     }
@@ -121,6 +147,12 @@ PacketReceiver::PacketReceiver(const std::string& ip, std::uint16_t port) {
         const int error = errno;
         close_all();
         errno = error;
+        fail("bind");
+    }
+    // Once more with the address bound: of two that begin at once, the later one to bind finds the other.
+    if (is_bound(ip, port, socket_)) {
+        close_all();
+        errno = EADDRINUSE;
         fail("bind");
     }
     thread_ = std::thread(&PacketReceiver::receive, this);

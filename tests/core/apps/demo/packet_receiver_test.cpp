@@ -1,0 +1,137 @@
+// The demonstration's receiver: whose port it is, and what arrives.
+#include "packet_receiver.h"
+
+#include <cerrno>
+#include <functional>
+#include <system_error>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr const char* kIp = "127.0.0.2";
+
+/// What happens just before the next socket is bound, once.
+std::function<void()> before_bind;
+
+}  // namespace
+
+extern "C" {
+int __real_bind(int socket, const sockaddr* address, socklen_t size);
+int __wrap_bind(int socket, const sockaddr* address, socklen_t size);
+
+int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
+    if (const auto happens = std::exchange(before_bind, nullptr)) {
+        happens();
+    }
+    return __real_bind(socket, address, size);
+}
+}
+
+namespace {
+
+/// A socket that shares its address with whoever wants to.
+class Rival {
+public:
+    Rival() {
+        const int on = 1;
+        setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    }
+    ~Rival() { close(socket_); }
+    Rival(const Rival&) = delete;
+    Rival& operator=(const Rival&) = delete;
+
+    /// @param port  0: a free one. Returns the port; 0 when the system refuses.
+    std::uint16_t bind_to(const char* ip, std::uint16_t port) const {
+        sockaddr_in address = address_of(ip, port);
+        socklen_t size = sizeof address;
+        if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+            getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+            return 0;
+        }
+        return ntohs(address.sin_port);
+    }
+    void connect_to(const char* ip, std::uint16_t port) const {
+        const sockaddr_in address = address_of(ip, port);
+        ASSERT_EQ(connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    void send_byte(const char* ip, std::uint16_t port) const {
+        const sockaddr_in address = address_of(ip, port);
+        EXPECT_EQ(sendto(socket_, "x", 1, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address), 1);
+    }
+
+private:
+    static sockaddr_in address_of(const char* ip, std::uint16_t port) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = inet_addr(ip);
+        return address;
+    }
+
+    int socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+/// The error of making a receiver; 0 when it was made.
+int error_of_receiver(std::uint16_t port) {
+    try {
+        const demo::PacketReceiver receiver(kIp, port);
+        return 0;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+}
+
+std::uint16_t free_port() {
+    return Rival().bind_to(kIp, 0);
+}
+
+TEST(PacketReceiverTest, FreePortIsTakenAndGivenBack) {
+    const std::uint16_t port = free_port();
+    EXPECT_EQ(error_of_receiver(port), 0);
+    EXPECT_EQ(error_of_receiver(port), 0);
+}
+
+TEST(PacketReceiverTest, PortOfAnotherSocketIsRefusedAlthoughItSharesItsAddress) {
+    const Rival rival;
+    const std::uint16_t port = rival.bind_to(kIp, 0);
+    ASSERT_NE(port, 0);
+    EXPECT_EQ(error_of_receiver(port), EADDRINUSE);
+}
+
+TEST(PacketReceiverTest, SocketThatIsBoundBetweenTheLookAndTheBindKeepsThePort) {
+    const std::uint16_t port = free_port();
+    const Rival rival;
+    before_bind = [&] { EXPECT_EQ(rival.bind_to(kIp, port), port); };
+    EXPECT_EQ(error_of_receiver(port), EADDRINUSE);
+}
+
+TEST(PacketReceiverTest, WildcardAddressAndSocketsConnectedToThePortAreNoObstacle) {
+    const Rival wildcard;
+    const std::uint16_t port = wildcard.bind_to("0.0.0.0", 0);
+    ASSERT_NE(port, 0);
+    const Rival peer;
+    peer.connect_to(kIp, port);
+    EXPECT_EQ(error_of_receiver(port), 0);
+}
+
+TEST(PacketReceiverTest, WhatArrivesIsAnnouncedAndTaken) {
+    const std::uint16_t port = free_port();
+    demo::PacketReceiver receiver(kIp, port);
+    Rival().send_byte(kIp, port);
+    pollfd wait{receiver.descriptor(), POLLIN, 0};
+    ASSERT_EQ(poll(&wait, 1, 20'000), 1);
+    const auto packets = receiver.take();
+    ASSERT_EQ(packets.size(), 1U);
+    EXPECT_EQ(packets[0].bytes, (std::vector<std::uint8_t>{'x'}));
+    EXPECT_GT(packets[0].time, 0);
+    EXPECT_TRUE(receiver.take().empty());
+}
+
+}  // namespace
