@@ -89,10 +89,12 @@ bool run(Input input) {
     artnet::ForwardingTarget target;
     const ForwardingFault fault = artnet::parse_forwarding_datagram(datagram, target);
     require(fault == expected_fault(datagram), "a datagram is refused for the first reason that holds");
-    if (fault != ForwardingFault::None) {
-        require(target == artnet::ForwardingTarget(), "a refused datagram has no target");
-    } else {
+    if (fault == ForwardingFault::None) {
         follow(datagram, target);
+    } else if (fault == ForwardingFault::Identifier) {
+        require(target.port != 0, "a good header names a target, whatever it heads");
+    } else {
+        require(target == artnet::ForwardingTarget(), "a datagram with a bad header has no target");
     }
     return fault != ForwardingFault::Size;
 }

@@ -56,10 +56,10 @@ ForwardingFault parse_forwarding_datagram(std::span<const unsigned char> datagra
     if (port == 0 || port > kLargestPort) {
         return ForwardingFault::Port;
     }
+    target = {ntohl(address.s_addr), static_cast<std::uint16_t>(port)};
     if (!std::ranges::equal(datagram.subspan(kForwardingHeaderSize, kIdentifier.size()), kIdentifier)) {
         return ForwardingFault::Identifier;
     }
-    target = {ntohl(address.s_addr), static_cast<std::uint16_t>(port)};
     return ForwardingFault::None;
 }
 

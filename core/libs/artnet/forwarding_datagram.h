@@ -61,7 +61,7 @@ struct ForwardingTarget {
     bool operator==(const ForwardingTarget&) const = default;
 };
 
-/// Checks a whole datagram; fills `target` only when the result is None.
+/// Checks a whole datagram; fills `target` when the header is good: the result is None or Identifier.
 [[nodiscard]] ForwardingFault parse_forwarding_datagram(std::span<const unsigned char> datagram,
                                                         ForwardingTarget& target) noexcept;
 

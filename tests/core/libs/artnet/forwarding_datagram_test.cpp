@@ -120,12 +120,21 @@ TEST(ForwardingParseTest, PacketMustBeginWithTheArtNetIdentifierAndItsNul) {
     EXPECT_EQ(fault_of(datagram), ForwardingFault::Identifier);
 }
 
-TEST(ForwardingParseTest, RefusedDatagramLeavesTheTargetAlone) {
-    ForwardingTarget target{1, 2};
+TEST(ForwardingParseTest, DatagramWithABadHeaderLeavesTheTargetAlone) {
+    for (const auto& datagram : {datagram_for("10.0.0", 6454), datagram_for("10.0.0.5", 0),
+                                 datagram_for("255.255.255.2555", 6454), std::vector<unsigned char>(553)}) {
+        ForwardingTarget target{1, 2};
+        EXPECT_NE(artnet::parse_forwarding_datagram(datagram, target), ForwardingFault::None);
+        EXPECT_EQ(target, (ForwardingTarget{1, 2}));
+    }
+}
+
+TEST(ForwardingParseTest, TargetOfAGoodHeaderIsKnownWhateverItHeads) {
+    ForwardingTarget target;
     std::vector<unsigned char> datagram = datagram_for("10.0.0.5", 6454);
     datagram[24] = 'a';
-    EXPECT_NE(artnet::parse_forwarding_datagram(datagram, target), ForwardingFault::None);
-    EXPECT_EQ(target, (ForwardingTarget{1, 2}));
+    EXPECT_EQ(artnet::parse_forwarding_datagram(datagram, target), ForwardingFault::Identifier);
+    EXPECT_EQ(target, (ForwardingTarget{0x0A000005, 6454}));
 }
 
 }  // namespace
