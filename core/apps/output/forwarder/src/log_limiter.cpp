@@ -22,4 +22,18 @@ std::optional<std::uint64_t> LogLimiter::admit(Clock::time_point now) noexcept {
     return std::exchange(suppressed_, 0);
 }
 
+std::optional<std::uint64_t> admit(LogLimiter& own, LogLimiter& common,
+                                   LogLimiter::Clock::time_point now) noexcept {
+    const auto own_withheld = own.admit(now);
+    if (!own_withheld) {
+        return std::nullopt;
+    }
+    const auto common_withheld = common.admit(now);
+    if (!common_withheld) {
+        common.take_over(*own_withheld);
+        return std::nullopt;
+    }
+    return *own_withheld + *common_withheld;
+}
+
 }  // namespace forwarder

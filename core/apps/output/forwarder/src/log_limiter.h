@@ -19,6 +19,8 @@ public:
     /// Number of lines withheld since the last one let through when this one may be written; nothing when
     /// not.
     [[nodiscard]] std::optional<std::uint64_t> admit(Clock::time_point now) noexcept;
+    /// Adds lines that another limiter withheld, and that nobody would tell of otherwise.
+    void take_over(std::uint64_t withheld) noexcept { suppressed_ += withheld; }
 
 private:
     unsigned burst_;
@@ -28,5 +30,15 @@ private:
     /// Time up to which tokens have been given out; meaningless while tokens_ is full.
     Clock::time_point filled_;
 };
+
+/**
+ * Asks both for one line: `own`, which looks after lines of one kind, and `common`, which looks after all
+ * kinds.
+ *
+ * The number of lines that either withheld when both let it through; nothing when not. What `own` had
+ * withheld is told by the next line that passes `common` when this one does not.
+ */
+[[nodiscard]] std::optional<std::uint64_t> admit(LogLimiter& own, LogLimiter& common,
+                                                 LogLimiter::Clock::time_point now) noexcept;
 
 }  // namespace forwarder
