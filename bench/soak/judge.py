@@ -81,7 +81,7 @@ def book_checks(books):
         yield Check("datagrams: sent by the forwarder, received behind it", count(sent), count(books["received"]), books["received"] == sent)
         yield zero("forwarder: rejected, sent with an error, left unsent", sum(forwarder["rejected"].values()) +
                    sum(destination["errors"] + destination["unsent"] for destination in forwarder["destinations"]))
-        yield zero("forwarder: dropped by the kernel or at the ring", forwarder["kernel_drops"] + forwarder["ring_drops"])
+        yield zero("forwarder: dropped by the kernel or left behind", forwarder["kernel_drops"] + forwarder["left_behind"])
     yield zero("dropped by the receiver's kernel", books["far_side_drops"])
     if books["kernel_losses"] is not None:
         yield zero("the kernel's own count of lost datagrams", books["kernel_losses"])

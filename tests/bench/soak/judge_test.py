@@ -12,7 +12,7 @@ REFERENCE = {
 }
 FORWARDER = {
     "ports": [{"received": 1000}], "destinations": [{"packets": 600, "errors": 0, "unsent": 0}, {"packets": 400, "errors": 0, "unsent": 0}],
-    "rejected": {"size": 0, "port": 0}, "kernel_drops": 0, "ring_drops": 0,
+    "rejected": {"size": 0, "port": 0}, "kernel_drops": 0, "left_behind": 0,
 }
 BOOKS = {
     "followed": 700, "faults": 0, "merged": 500, "stale": 0, "strangers": 0, "received": 1000, "far_side_drops": 0,
@@ -73,7 +73,7 @@ class BooksTest(unittest.TestCase):
     def test_every_kind_of_fault_fails(self):
         for figure in ("faults", "stale", "strangers", "far_side_drops", "kernel_losses"):
             self.assertFalse(self.verdict(**{figure: 1}), figure)
-        for figure in ("kernel_drops", "ring_drops"):
+        for figure in ("kernel_drops", "left_behind"):
             self.assertFalse(self.verdict(lambda books, name=figure: books["forwarder"].update({name: 1})), figure)
         for figure in ("errors", "unsent"):
             self.assertFalse(self.verdict(lambda books, name=figure: books["forwarder"]["destinations"][1].update({name: 1})), figure)

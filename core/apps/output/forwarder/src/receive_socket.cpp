@@ -6,10 +6,13 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <system_error>
 
+#include <linux/filter.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
+#include <sys/stat.h>
 
 #include "endpoint.h"
 #include "text.h"
@@ -26,6 +29,9 @@ constexpr int kBurst = 2000;
 constexpr int kBurstBytes = kBurst * kChargePerDatagram;
 /// The value to recommend; the kernel grants twice of it.
 constexpr int kRecommendedLimit = 4 * 1024 * 1024;
+
+/// Place of a socket's inode in its line of /proc/net/udp.
+constexpr std::size_t kInodeWord = 9;
 
 bool set_option(int socket, int option, int value) {
     return setsockopt(socket, SOL_SOCKET, option, &value, sizeof value) == 0;
@@ -54,10 +60,23 @@ ReceiveSocket::Failure port_in_use(std::uint16_t port) {
                        unsigned{port}, unsigned{port})};
 }
 
+ReceiveSocket::Failure taken_at_once(std::uint16_t port) {
+    return {true,
+            text("port %u on 127.0.0.1 was taken by another program at the same moment, which may have given "
+                 "it up for the same reason; see with \"ss -ulnp sport = :%u\" whether it is there, and "
+                 "start this one again if not",
+                 unsigned{port}, unsigned{port})};
+}
+
 ReceiveSocket::Failure refused(const char* step, std::uint16_t port) {
     const int error = errno;
     return {false, text("cannot %s for port %u: %s", step, unsigned{port},
                         std::generic_category().message(error).c_str())};
+}
+
+ino_t inode_of(int socket) {
+    struct stat status {};
+    return fstat(socket, &status) == 0 ? status.st_ino : 0;
 }
 
 std::string udp_table() {
@@ -67,10 +86,21 @@ std::string udp_table() {
 
 }  // namespace
 
-bool is_bound_on_loopback(std::string_view table, std::uint16_t port) {
+bool is_bound_on_loopback(const std::string& table, std::uint16_t port, ino_t own) {
     // The address is the raw 32-bit value in hexadecimal, the port a plain number; the peer's is all zero.
-    const std::uint32_t raw = htonl(kLoopbackAddress);
-    return table.find(text(" %08X:%04X 00000000:0000 ", raw, unsigned{port})) != std::string_view::npos;
+    const std::string local = text("%08X:%04X", htonl(kLoopbackAddress), unsigned{port});
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::array<std::string, kInodeWord + 1> word;
+        for (std::string& each : word) {
+            words >> each;
+        }
+        if (word[1] == local && word[2] == "00000000:0000" && word[kInodeWord] != std::to_string(own)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string receive_buffer_advice(int bytes) {
@@ -92,9 +122,11 @@ std::optional<ReceiveSocket::Failure> ReceiveSocket::open(std::uint16_t port) {
     receive_buffer_ = widen_receive_buffer(socket_.get());
     set_option(socket_.get(), SO_RXQ_OVFL, 1);
 
+    const ino_t own = inode_of(socket_.get());
     // Address reuse lets another program bind the wildcard address on this port. It would also let a second
-    // forwarder bind the very same address and silently take over the datagrams, so that is looked up first.
-    if (is_bound_on_loopback(udp_table(), port)) {
+    // forwarder bind the very same address and silently take over the datagrams, so that is looked up, first
+    // and once more with the address bound: of two that begin at once, the later one to bind finds the other.
+    if (is_bound_on_loopback(udp_table(), port, own)) {
         return port_in_use(port);
     }
     if (!set_option(socket_.get(), SO_REUSEADDR, 1)) {
@@ -104,7 +136,20 @@ std::optional<ReceiveSocket::Failure> ReceiveSocket::open(std::uint16_t port) {
     if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return errno == EADDRINUSE ? port_in_use(port) : refused("bind 127.0.0.1", port);
     }
+    if (is_bound_on_loopback(udp_table(), port, own)) {
+        // Given back at once, so that it takes none of the other's datagrams any more.
+        socket_ = FileDescriptor();
+        return taken_at_once(port);
+    }
     return std::nullopt;
+}
+
+void ReceiveSocket::refuse_more() noexcept {
+    // Shutting down or closing it would take what it holds, too; a filter looks at newcomers only. Without
+    // one the socket stays open, and its reader's deadline is what ends the reading.
+    sock_filter nothing_passes{BPF_RET | BPF_K, 0, 0, 0};
+    const sock_fprog filter{1, &nothing_passes};
+    setsockopt(socket_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
 }
 
 void ReceiveSocket::note_drops(msghdr& message) noexcept {

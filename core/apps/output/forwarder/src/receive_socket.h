@@ -5,16 +5,18 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include <sys/socket.h>
+#include <sys/types.h>
 
 #include "file_descriptor.h"
 
 namespace forwarder {
 
-/// True when `table`, the text of /proc/net/udp, lists a socket bound to exactly 127.0.0.1 and `port`.
-[[nodiscard]] bool is_bound_on_loopback(std::string_view table, std::uint16_t port);
+/// True when `table`, the text of /proc/net/udp, lists a socket bound to exactly 127.0.0.1 and `port` whose
+/// inode is not `own`. Several lines about one socket, as a table has that changes while it is read, do no
+/// harm.
+[[nodiscard]] bool is_bound_on_loopback(const std::string& table, std::uint16_t port, ino_t own);
 
 /// What to do about a receive buffer of `bytes` (as the kernel reports it); empty when a burst of 2,000 fits.
 [[nodiscard]] std::string receive_buffer_advice(int bytes);
@@ -43,6 +45,9 @@ public:
     /// Bytes as the kernel counts them, its own overhead per datagram included.
     [[nodiscard]] int receive_buffer() const noexcept { return receive_buffer_; }
 
+    /// Shuts the socket for what arrives from now on; what it holds can still be read. The kernel counts the
+    /// refused as dropped. Receive thread.
+    void refuse_more() noexcept;
     /// Takes in the drop counter that the kernel attaches to a received message, if it did. Receive thread.
     void note_drops(msghdr& message) noexcept;
     void note_received(std::uint64_t count) noexcept {

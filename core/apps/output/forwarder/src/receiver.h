@@ -2,6 +2,7 @@
 // The receive thread: drains the sockets into the ring and does nothing else.
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -14,39 +15,61 @@
 namespace forwarder {
 
 /**
- * Owns the receive thread. It sleeps in poll() without a bound; a datagram or stop() ends that.
+ * Owns the receive thread. It sleeps in poll() without a bound; a datagram, room in a full ring, or stop()
+ * ends that.
+ *
+ * While the ring is full, datagrams are left in the sockets' buffers on purpose: those hold several times as
+ * many as the ring, and what goes lost when they overflow is counted by the kernel, to the last datagram. To
+ * read and drop would lose the newest levels, which stand until somebody sends others.
  *
  * The sockets and the ring are borrowed and outlive this object.
  */
 class Receiver {
 public:
+    /// Time for what has arrived to go through the ring after stop(). A system in order needs a fraction of
+    /// it.
+    static constexpr std::chrono::milliseconds kLongestEnd{10'000};
+
     /// Starts the thread.
-    Receiver(std::span<const std::unique_ptr<ReceiveSocket>> sockets, DatagramRing& ring);
+    Receiver(std::span<const std::unique_ptr<ReceiveSocket>> sockets, DatagramRing& ring,
+             std::chrono::milliseconds longest_end = kLongestEnd);
     /// Stops and joins.
     ~Receiver();
     Receiver(const Receiver&) = delete;
     Receiver& operator=(const Receiver&) = delete;
 
-    /// Takes in what has already arrived, closes the ring and joins the thread. Main thread.
+    /// Takes in what has already arrived and nothing else, closes the ring and joins the thread. Waits for
+    /// room in the ring, `longest_end` at most. Main thread.
     void stop();
 
-    /// Datagrams read while the ring was full, and lost. Any thread.
-    [[nodiscard]] std::uint64_t ring_drops() const noexcept {
-        return ring_drops_.load(std::memory_order_relaxed);
+    /// Datagrams that had arrived before stop() and found no room in its time. Any thread.
+    [[nodiscard]] std::uint64_t left_behind() const noexcept {
+        return left_behind_.load(std::memory_order_relaxed);
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Batch;
+    /// What a look at a socket found.
+    enum class Found {
+        Nothing,   ///< less than was asked for: the socket is empty
+        More,      ///< as much as was asked for: there may be more
+        RingFull,  ///< no slot to read into: there may be any number
+    };
 
     void run();
-    /// Takes in one batch; true when the socket may hold more.
-    bool drain_batch(ReceiveSocket& socket, Batch& batch);
-    void drain(ReceiveSocket& socket, Batch& batch);
+    Found drain_batch(ReceiveSocket& socket, Batch& batch);
+    Found drain(ReceiveSocket& socket, Batch& batch);
+    void drain_to_the_end(Batch& batch);
+    /// Waits for room in the full ring; false when the time is over.
+    [[nodiscard]] bool wait_for_room(Clock::time_point until);
+    void count_left_behind(ReceiveSocket& socket, Batch& batch);
 
     std::span<const std::unique_ptr<ReceiveSocket>> sockets_;
     DatagramRing& ring_;
+    std::chrono::milliseconds longest_end_;
     /// Written by the receive thread, read by any.
-    std::atomic<std::uint64_t> ring_drops_{0};
+    std::atomic<std::uint64_t> left_behind_{0};
     /// Readable once the thread is to end.
     FileDescriptor stop_event_;
     std::thread thread_;

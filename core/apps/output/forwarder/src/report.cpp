@@ -78,7 +78,7 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
         report.ports.push_back(
             {socket->port(), socket->received(), socket->kernel_drops(), socket->receive_buffer()});
     }
-    report.ring_drops = receiver.ring_drops();
+    report.left_behind = receiver.left_behind();
     report.accepted = sender.accepted();
     for (std::size_t i = 0; i < kFaults; ++i) {
         report.rejected[i] = sender.rejected(fault_at(i));
@@ -100,9 +100,10 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
 
 std::string to_table(const Report& report) {
     std::string table = text(
-        "received %llu, accepted %llu, rejected %llu, dropped by the kernel %llu, dropped at the ring %llu\n",
+        "received %llu, accepted %llu, rejected %llu, dropped by the kernel %llu, left behind at the end "
+        "%llu\n",
         wide(report.received()), wide(report.accepted), wide(report.rejected_in_all()),
-        wide(report.kernel_drops()), wide(report.ring_drops));
+        wide(report.kernel_drops()), wide(report.left_behind));
     if (report.rejected_in_all() > 0) {
         table += "rejected because of:";
         for (std::size_t i = 0; i < kFaults; ++i) {
@@ -131,9 +132,10 @@ std::string to_table(const Report& report) {
 }
 
 std::string to_json(const Report& report) {
-    std::string json = text(
-        R"({"type":"counters","received":%llu,"accepted":%llu,"kernel_drops":%llu,"ring_drops":%llu,)",
-        wide(report.received()), wide(report.accepted), wide(report.kernel_drops()), wide(report.ring_drops));
+    std::string json =
+        text(R"({"type":"counters","received":%llu,"accepted":%llu,"kernel_drops":%llu,"left_behind":%llu,)",
+             wide(report.received()), wide(report.accepted), wide(report.kernel_drops()),
+             wide(report.left_behind));
     std::string reasons;
     for (std::size_t i = 0; i < kFaults; ++i) {
         reasons +=

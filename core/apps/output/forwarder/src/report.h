@@ -15,8 +15,8 @@
 
 namespace forwarder {
 
-/// One moment's counters. Once everything is settled: received = accepted + all rejected + ring_drops, and
-/// accepted = packets + unsent over all destinations.
+/// One moment's counters. Once everything is settled: received = accepted + all rejected, and accepted =
+/// packets + unsent over all destinations.
 struct Report {
     struct Port {
         std::uint16_t port = 0;
@@ -31,7 +31,8 @@ struct Report {
     };
 
     std::vector<Port> ports;
-    std::uint64_t ring_drops = 0;
+    /// Arrived before the end, and not taken in within its time; neither received nor dropped.
+    std::uint64_t left_behind = 0;
     std::uint64_t accepted = 0;
     /// By fault, in the order of their values without None.
     std::array<std::uint64_t, kFaults> rejected{};

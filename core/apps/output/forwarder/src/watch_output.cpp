@@ -75,12 +75,10 @@ void WatchOutput::show(const WatchStatistics& statistics, const Report& report) 
         print(lines);
         return;
     }
-    const std::string heading =
-        text("received %llu  rejected %llu  dropped by kernel %llu, ring %llu  (Ctrl-C ends)",
-             static_cast<unsigned long long>(report.received()),
-             static_cast<unsigned long long>(report.rejected_in_all()),
-             static_cast<unsigned long long>(report.kernel_drops()),
-             static_cast<unsigned long long>(report.ring_drops));
+    const std::string heading = text("received %llu  rejected %llu  dropped by kernel %llu  (Ctrl-C ends)",
+                                     static_cast<unsigned long long>(report.received()),
+                                     static_cast<unsigned long long>(report.rejected_in_all()),
+                                     static_cast<unsigned long long>(report.kernel_drops()));
     std::string screen = on_screen_ ? kHome : std::string(kEnter) + kHome;
     on_screen_ = true;
     for (const char letter :

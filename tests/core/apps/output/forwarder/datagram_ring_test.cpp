@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 namespace {
 
@@ -69,6 +70,72 @@ TEST(DatagramRingTest, CloseWakesAWaitingReader) {
     DatagramRing ring(4);
     std::thread reader([&ring] { EXPECT_TRUE(ring.wait_readable(4).empty()); });
     ring.close();
+    reader.join();
+}
+
+bool room_is_announced(const DatagramRing& ring, int timeout = 0) {
+    pollfd wait{ring.room_descriptor(), POLLIN, 0};
+    return poll(&wait, 1, timeout) == 1;
+}
+
+TEST(DatagramRingTest, OnlyAClosedRingThatIsReleasedToItsEndIsFinished) {
+    DatagramRing ring(4);
+    write_sizes(ring, 0, 2);
+    EXPECT_FALSE(ring.finished());
+    ring.close();
+    EXPECT_FALSE(ring.finished());
+    ring.release(ring.wait_readable(1).size());
+    EXPECT_FALSE(ring.finished());
+    ring.release(ring.wait_readable(1).size());
+    EXPECT_TRUE(ring.finished());
+}
+
+TEST(DatagramRingTest, WaitEndsAtItsTimeWithoutASlot) {
+    DatagramRing ring(4);
+    const auto begin = DatagramRing::Clock::now();
+    EXPECT_TRUE(ring.wait_readable(4, begin + std::chrono::milliseconds(5)).empty());
+    EXPECT_GE(DatagramRing::Clock::now() - begin, std::chrono::milliseconds(5));
+    EXPECT_TRUE(ring.wait_readable(4, begin).empty()) << "a time in the past";
+    EXPECT_FALSE(ring.finished());
+    write_sizes(ring, 0, 1);
+    EXPECT_EQ(ring.wait_readable(4, begin).size(), 1U) << "a slot counts whatever the time";
+}
+
+TEST(DatagramRingTest, RoomIsAnnouncedOnceToAWriterThatAskedForIt) {
+    DatagramRing ring(2);
+    EXPECT_FALSE(ring.await_room()) << "there is room";
+    write_sizes(ring, 0, 2);
+    ring.release(ring.wait_readable(1).size());
+    EXPECT_FALSE(room_is_announced(ring)) << "nobody asked";
+    write_sizes(ring, 2, 1);
+    EXPECT_TRUE(ring.await_room());
+    EXPECT_FALSE(room_is_announced(ring));
+    ring.release(ring.wait_readable(1).size());
+    EXPECT_TRUE(room_is_announced(ring));
+    write_sizes(ring, 3, 1);
+    EXPECT_TRUE(ring.await_room());
+    EXPECT_FALSE(room_is_announced(ring)) << "the earlier announcement is gone";
+}
+
+TEST(DatagramRingTest, NeitherSideMissesTheOthersWakeUp) {
+    // A ring of one: each side waits for the other in nearly every step, without any time-out of its own.
+    static constexpr std::size_t kCount = 20'000;
+    DatagramRing ring(1);
+    std::thread reader([&ring] {
+        for (std::size_t expected = 0; expected < kCount; ++expected) {
+            const std::span<Slot> slots = ring.wait_readable(1);
+            ASSERT_EQ(slots.size(), 1U);
+            ASSERT_EQ(slots[0].size, expected);
+            ring.release(1);
+        }
+    });
+    for (std::size_t written = 0; written < kCount;) {
+        while (ring.await_room()) {
+            ASSERT_TRUE(room_is_announced(ring, 20'000)) << written;
+        }
+        ring.writable(1)[0].size = written++;
+        ring.publish(1);
+    }
     reader.join();
 }
 

@@ -4,6 +4,9 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <functional>
+#include <optional>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,11 +21,17 @@ using testing::HasSubstr;
 using tests::free_port;
 
 constexpr const char* kTable =
-    "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n"
-    " 1000: 0100007F:1936 00000000:0000 07 00000000:00000000 00:00000000 00000000     0\n"
-    " 1001: 00000000:1937 00000000:0000 07 00000000:00000000 00:00000000 00000000     0\n"
-    " 1002: 0200007F:1938 00000000:0000 07 00000000:00000000 00:00000000 00000000     0\n"
-    " 1003: 0100007F:C001 0100007F:1939 01 00000000:00000000 00:00000000 00000000     0\n";
+    "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode ref "
+    "pointer\n"
+    " 1000: 0100007F:1936 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4711 2 0\n"
+    " 1001: 00000000:1937 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4712 2 0\n"
+    " 1002: 0200007F:1938 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4713 2 0\n"
+    " 1003: 0100007F:C001 0100007F:1939 01 00000000:00000000 00:00000000 00000000     0        0 4714 2 0\n"
+    " 1004: 0100007F:193A 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4715 2 0\n"
+    " 1004: 0100007F:193A 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4715 2 0\n";
+
+/// What happens just before the next socket is bound, once.
+std::function<void()> before_bind;
 
 /// Hands a drop counter to the socket the way the kernel does.
 void note(ReceiveSocket& socket, std::uint32_t counter) {
@@ -38,14 +47,37 @@ void note(ReceiveSocket& socket, std::uint32_t counter) {
     socket.note_drops(message);
 }
 
+}  // namespace
+
+extern "C" {
+int __real_bind(int socket, const sockaddr* address, socklen_t size);
+int __wrap_bind(int socket, const sockaddr* address, socklen_t size);
+
+int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
+    if (const auto happens = std::exchange(before_bind, nullptr)) {
+        happens();
+    }
+    return __real_bind(socket, address, size);
+}
+}
+
+namespace {
+
 TEST(ReceiveSocketTest, TableIsSearchedForExactlyTheLoopbackAddressAndPort) {
     if constexpr (std::endian::native == std::endian::little) {
-        EXPECT_TRUE(forwarder::is_bound_on_loopback(kTable, 6454));
+        EXPECT_TRUE(forwarder::is_bound_on_loopback(kTable, 6454, 1));
     }
-    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6455)) << "the wildcard address is no obstacle";
-    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6456));
-    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6457)) << "a peer's port is none of ours";
-    EXPECT_FALSE(forwarder::is_bound_on_loopback("", 6454));
+    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6455, 1)) << "the wildcard address is no obstacle";
+    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6456, 1));
+    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6457, 1)) << "a peer's port is none of ours";
+    EXPECT_FALSE(forwarder::is_bound_on_loopback("", 6454, 1));
+}
+
+TEST(ReceiveSocketTest, OwnSocketIsNoObstacleHoweverOftenTheTableListsIt) {
+    EXPECT_FALSE(forwarder::is_bound_on_loopback(kTable, 6458, 4715));
+    if constexpr (std::endian::native == std::endian::little) {
+        EXPECT_TRUE(forwarder::is_bound_on_loopback(kTable, 6458, 4711));
+    }
 }
 
 TEST(ReceiveSocketTest, AdviceNamesTheSystemSettingWhenABurstDoesNotFit) {
@@ -76,6 +108,35 @@ TEST(ReceiveSocketTest, SecondSocketOnThePortIsRefusedAlthoughBothReuseAddresses
     ASSERT_TRUE(failure);
     EXPECT_TRUE(failure->port_in_use);
     EXPECT_THAT(failure->message, AllOf(HasSubstr("port " + std::to_string(port)), HasSubstr("--port")));
+}
+
+TEST(ReceiveSocketTest, SocketThatIsBoundBetweenTheLookAndTheBindIsNotRobbedOfItsDatagrams) {
+    const std::uint16_t port = free_port();
+    std::optional<tests::UdpPeer> rival;
+    before_bind = [&] { rival.emplace("127.0.0.1", port, true); };
+    ReceiveSocket socket;
+    const auto failure = socket.open(port);
+    ASSERT_TRUE(failure);
+    EXPECT_TRUE(failure->port_in_use);
+    EXPECT_THAT(failure->message,
+                AllOf(HasSubstr("port " + std::to_string(port)), HasSubstr("at the same moment")));
+    ASSERT_TRUE(rival);
+    EXPECT_TRUE(tests::UdpPeer().send(port, {1, 2, 3}));
+    EXPECT_EQ(rival->receive(), (tests::Bytes{1, 2, 3}));
+}
+
+TEST(ReceiveSocketTest, ShutSocketKeepsWhatItHoldsAndCountsWhatItRefuses) {
+    ReceiveSocket socket;
+    ASSERT_FALSE(socket.open(free_port()));
+    const tests::UdpPeer peer;
+    ASSERT_TRUE(peer.send(socket.port(), {1}));
+    socket.refuse_more();
+    ASSERT_TRUE(peer.send(socket.port(), {2}));
+    unsigned char byte = 0;
+    EXPECT_EQ(recv(socket.descriptor(), &byte, 1, MSG_DONTWAIT), 1);
+    EXPECT_EQ(byte, 1);
+    EXPECT_EQ(recv(socket.descriptor(), &byte, 1, MSG_DONTWAIT), -1);
+    EXPECT_EQ(socket.kernel_drops(), 1U);
 }
 
 TEST(ReceiveSocketTest, ProgramThatHoldsTheWildcardAddressForItselfIsAnObstacle) {

@@ -19,7 +19,7 @@ using testing::Not;
 Report example_report() {
     Report report;
     report.ports = {{6454, 90, 4, 1000}, {6455, 10, 1, 2000}};
-    report.ring_drops = 2;
+    report.left_behind = 2;
     report.accepted = 93;
     report.rejected = {1, 0, 3, 0, 1};
     report.destinations = {{{0xC0000201, 6454}, {0x7F000002, 6454}, {90, 47700, 1, 3, 2, ENETUNREACH}}};
@@ -48,7 +48,7 @@ TEST(ReportTest, TotalsAreSumsOverPortsAndReasons) {
 TEST(ReportTest, TableNamesEveryCounter) {
     const std::string table = forwarder::to_table(example_report());
     EXPECT_THAT(table, HasSubstr("received 100, accepted 93, rejected 5, dropped by the kernel 5, "
-                                 "dropped at the ring 2\n"));
+                                 "left behind at the end 2\n"));
     EXPECT_THAT(table, HasSubstr("rejected because of: size 1; invalid address 3; Art-Net identifier 1\n"));
     EXPECT_THAT(table,
                 HasSubstr("port 6455: received 10, dropped by the kernel 1, receive buffer 2000 bytes\n"));
@@ -65,7 +65,7 @@ TEST(ReportTest, JsonHasTheSameNumbers) {
     EXPECT_EQ(at(json, "received"), 100);
     EXPECT_EQ(at(json, "accepted"), 93);
     EXPECT_EQ(at(json, "kernel_drops"), 5);
-    EXPECT_EQ(at(json, "ring_drops"), 2);
+    EXPECT_EQ(at(json, "left_behind"), 2);
     const QJsonObject rejected = at(json, "rejected").toObject();
     EXPECT_EQ(rejected.size(), 5);
     EXPECT_EQ(at(rejected, "size"), 1);

@@ -107,6 +107,9 @@ inline QJsonObject destination_of(const QJsonObject& report, const char* address
     return {};
 }
 
+/// What the kernel charges for one waiting datagram of 554 bytes.
+inline constexpr int kCharge = 1280;
+
 inline int number_of(const QJsonObject& object, const char* name) {
     return at(object, name).toInt(-1);
 }
