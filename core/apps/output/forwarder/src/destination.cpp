@@ -15,6 +15,8 @@ namespace {
 constexpr int kSendBuffer = 4 * 1024 * 1024;
 /// Only error reports are ever read from these sockets; whatever else is sent to them is dropped early.
 constexpr int kReceiveBuffer = 16 * 1024;
+/// Tries of one packet while the errors may be about earlier ones.
+constexpr int kMostTries = 4;
 
 void set_option(int socket, int level, int option, int value) {
     // Each option only improves things, so a refusal changes nothing that could be acted on.
@@ -45,6 +47,7 @@ void Destination::assign(const Endpoint& target, const Endpoint& sent_to) {
 void Destination::retarget(const Endpoint& sent_to) {
     assign(sent_to, sent_to);
     backoff_.succeeded();
+    shared_ = true;
 }
 
 bool Destination::open() noexcept {
@@ -70,7 +73,7 @@ std::size_t Destination::send(std::span<const iovec> packets, Backoff::Clock::ti
         return packets.size();
     }
     if (!open()) {
-        count_error(errno);
+        count_error(errno, sent_to_);
         count_unsent(packets.size());
         backoff_.failed(now);
         return packets.size();
@@ -84,7 +87,7 @@ std::size_t Destination::send(std::span<const iovec> packets, Backoff::Clock::ti
         messages[i].msg_hdr.msg_iovlen = 1;
     }
     std::size_t done = 0;
-    bool tried_again = false;
+    int tries = 1;
     while (done < packets.size()) {
         const int result = sendmmsg(socket_.get(), messages.data() + done,
                                     static_cast<unsigned>(packets.size() - done), MSG_DONTWAIT);
@@ -97,7 +100,7 @@ std::size_t Destination::send(std::span<const iovec> packets, Backoff::Clock::ti
             packets_.fetch_add(static_cast<std::uint64_t>(result), std::memory_order_relaxed);
             bytes_.fetch_add(bytes, std::memory_order_relaxed);
             backoff_.succeeded();
-            tried_again = false;
+            tries = 1;
             continue;
         }
         const int error = errno;
@@ -106,41 +109,47 @@ std::size_t Destination::send(std::span<const iovec> packets, Backoff::Clock::ti
             waits_.fetch_add(1, std::memory_order_relaxed);
             return done;
         }
-        count_error(error);
-        discard_error_reports();
+        const std::optional<Endpoint> report = read_error_reports();
+        count_error(error, report.value_or(sent_to_));
+        // A report about an earlier packet is gone once it has been read, so that the next try is a true one.
+        // On a socket of its own that packet went the same way, so only what needs no pause is tried again;
+        // on a shared one it went anywhere, and reports about still others may come in between.
+        const bool is_late = verdict == SendVerdict::Again || (shared_ && report);
+        if (is_late && tries < kMostTries) {
+            ++tries;
+            continue;
+        }
         if (verdict == SendVerdict::BackOff) {
             count_unsent(packets.size() - done);
             backoff_.failed(now);
             return packets.size();
         }
-        // A report about an earlier packet is gone once it has been read, so the second try is a true one.
-        if (std::exchange(tried_again, true)) {
-            count_unsent(1);
-            ++done;
-            tried_again = false;
-        }
+        count_unsent(1);
+        ++done;
+        tries = 1;
     }
     return done;
 }
 
 void Destination::give_up(std::size_t packets, Backoff::Clock::time_point now) noexcept {
-    count_error(EAGAIN);
+    count_error(EAGAIN, sent_to_);
     count_unsent(packets);
     backoff_.failed(now);
 }
 
-int Destination::take_error() noexcept {
-    return std::exchange(fresh_error_, 0);
+Destination::Error Destination::take_error() noexcept {
+    return std::exchange(fresh_error_, {});
 }
 
 Destination::Counters Destination::counters() const noexcept {
-    return {packets_.load(std::memory_order_relaxed), bytes_.load(std::memory_order_relaxed),
-            errors_.load(std::memory_order_relaxed),  unsent_.load(std::memory_order_relaxed),
-            waits_.load(std::memory_order_relaxed),   last_error_.load(std::memory_order_relaxed)};
+    return {packets_.load(std::memory_order_relaxed),   bytes_.load(std::memory_order_relaxed),
+            errors_.load(std::memory_order_relaxed),    unsent_.load(std::memory_order_relaxed),
+            waits_.load(std::memory_order_relaxed),     rejected_.load(std::memory_order_relaxed),
+            last_error_.load(std::memory_order_relaxed)};
 }
 
-void Destination::count_error(int error) noexcept {
-    fresh_error_ = error;
+void Destination::count_error(int error, const Endpoint& about) noexcept {
+    fresh_error_ = {error, about};
     last_error_.store(error, std::memory_order_relaxed);
     errors_.fetch_add(1, std::memory_order_relaxed);
 }
@@ -149,11 +158,21 @@ void Destination::count_unsent(std::size_t packets) noexcept {
     unsent_.fetch_add(packets, std::memory_order_relaxed);
 }
 
-void Destination::discard_error_reports() noexcept {
-    // Reports wait in a queue that is charged to the socket; unread, they would fill it once and for all.
+std::optional<Endpoint> Destination::read_error_reports() noexcept {
+    // Reports wait in a queue that is charged to the socket; unread, they would fill it once and for all. The
+    // address that comes with one is where the packet was sent to.
+    std::optional<Endpoint> about;
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
     std::array<unsigned char, 1> ignored{};
-    while (recv(socket_.get(), ignored.data(), ignored.size(), MSG_ERRQUEUE | MSG_DONTWAIT) >= 0) {
+    while (recvfrom(socket_.get(), ignored.data(), ignored.size(), MSG_ERRQUEUE | MSG_DONTWAIT,
+                    reinterpret_cast<sockaddr*>(&address), &size) >= 0) {
+        if (size == sizeof address && address.sin_family == AF_INET) {
+            about = {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
+        }
+        size = sizeof address;
     }
+    return about;
 }
 
 }  // namespace forwarder

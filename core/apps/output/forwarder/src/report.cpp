@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <numeric>
 #include <system_error>
 
@@ -25,9 +26,9 @@ std::string error_text(int error) {
 }
 
 std::string table_line(const std::string& target, const std::string& sent_to, const Counters& c) {
-    return text("%-21s %-21s %12llu %14llu %9llu %9llu %9llu  %s\n", target.c_str(), sent_to.c_str(),
+    return text("%-21s %-21s %12llu %14llu %9llu %9llu %9llu %9llu  %s\n", target.c_str(), sent_to.c_str(),
                 wide(c.packets), wide(c.bytes), wide(c.errors), wide(c.unsent), wide(c.waits),
-                error_text(c.last_error).c_str());
+                wide(c.rejected), error_text(c.last_error).c_str());
 }
 
 /// The counters as members of a JSON object, without its braces.
@@ -35,9 +36,10 @@ std::string json_counters(const Counters& c) {
     // System messages are plain words, but a quotation mark in one must not break the line.
     std::string message = error_text(c.last_error);
     std::erase_if(message, [](char letter) { return letter == '"' || letter == '\\' || letter < ' '; });
-    return text(R"("packets":%llu,"bytes":%llu,"errors":%llu,"unsent":%llu,"waits":%llu,"last_error":"%s")",
-                wide(c.packets), wide(c.bytes), wide(c.errors), wide(c.unsent), wide(c.waits),
-                message.c_str());
+    return text(
+        R"("packets":%llu,"bytes":%llu,"errors":%llu,"unsent":%llu,"waits":%llu,"rejected":{"%s":%llu},"last_error":"%s")",
+        wide(c.packets), wide(c.bytes), wide(c.errors), wide(c.unsent), wide(c.waits),
+        fault_key(ForwardingFault::Identifier), wide(c.rejected), message.c_str());
 }
 
 std::string json_peer(const Report::Peer& peer) {
@@ -89,7 +91,7 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
         report.destinations.push_back({table[i].target(), table[i].sent_to(), table[i].counters()});
     }
     const Counters others = table[DestinationTable::kMostDestinations].counters();
-    if (others.packets + others.unsent > 0) {
+    if (others.packets + others.unsent + others.rejected > 0) {
         report.others = others;
     }
     if (sender.tee()) {
@@ -117,8 +119,8 @@ std::string to_table(const Report& report) {
         table += text("port %u: received %llu, dropped by the kernel %llu, receive buffer %d bytes\n",
                       unsigned{port.port}, wide(port.received), wide(port.kernel_drops), port.receive_buffer);
     }
-    table += text("%-21s %-21s %12s %14s %9s %9s %9s  %s\n", "destination", "sent to", "packets", "bytes",
-                  "errors", "unsent", "waits", "last error");
+    table += text("%-21s %-21s %12s %14s %9s %9s %9s %9s  %s\n", "destination", "sent to", "packets", "bytes",
+                  "errors", "unsent", "waits", "rejected", "last error");
     for (const Report::Peer& peer : report.destinations) {
         table += table_line(to_text(peer.target), to_text(peer.sent_to), peer.counters);
     }
@@ -127,6 +129,13 @@ std::string to_table(const Report& report) {
     }
     if (report.tee) {
         table += table_line("(copies)", to_text(report.tee->sent_to), report.tee->counters);
+    }
+    if (std::ranges::any_of(report.destinations,
+                            [](const auto& peer) { return peer.counters.rejected > 0; }) ||
+        (report.others && report.others->rejected > 0)) {
+        table +=
+            text("(rejected of a destination: the packet's %s is wrong; all other faults leave it unknown)\n",
+                 fault_text(ForwardingFault::Identifier));
     }
     return table;
 }

@@ -4,7 +4,6 @@
 #include <system_error>
 #include <tuple>
 
-#include <poll.h>
 #include <pthread.h>
 
 #include "text.h"
@@ -15,7 +14,7 @@ namespace {
 
 using artnet::ForwardingFault;
 
-/// Datagrams handled at a time: few enough that a deferred batch is small, enough for few system calls.
+/// Datagrams handled at a time: enough for few system calls, few enough that slots go back to the ring soon.
 constexpr std::size_t kBatch = Destination::kMostPackets;
 
 struct FaultNames {
@@ -44,11 +43,18 @@ const char* fault_key(ForwardingFault fault) noexcept {
 }
 
 Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch)
-    : ring_(ring), log_(log), watch_(watch), destinations_(options.rewrites) {
+    : Sender(ring, options, log, watch, Times{}) {}
+
+Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch, Times times)
+    : ring_(ring),
+      log_(log),
+      watch_(watch),
+      destinations_(options.rewrites),
+      backlog_(times.patience),
+      longest_end_(times.longest_end) {
     items_.reserve(kBatch);
     packets_.reserve(kBatch);
     copies_.reserve(kBatch);
-    deferred_.reserve(kBatch + 1);
     if (options.tee) {
         tee_.emplace().assign(*options.tee, *options.tee);
     }
@@ -75,21 +81,19 @@ std::uint64_t Sender::rejected(ForwardingFault fault) const noexcept {
 }
 
 void Sender::run() {
-    for (;;) {
-        const std::span<Slot> slots = ring_.wait_readable(kBatch);
-        if (slots.empty()) {
-            return;
-        }
+    while (!ring_.finished()) {
+        const std::span<Slot> slots = ring_.wait_readable(kBatch, backlog_.next_retry());
         process(slots);
         ring_.release(slots.size());
+        retry_backlog();
     }
+    settle_backlog();
 }
 
 void Sender::process(std::span<Slot> slots) {
     sort_in(slots);
     const auto now = Backoff::Clock::now();
     packets_.clear();
-    deferred_.clear();
     for (const Item& item : items_) {
         packets_.push_back(
             {slots[item.slot].data.data() + artnet::kForwardingHeaderSize, artnet::kForwardedPacketSize});
@@ -111,7 +115,6 @@ void Sender::process(std::span<Slot> slots) {
     if (tee_) {
         offer(*tee_, copies_, now);
     }
-    send_deferred();
 }
 
 void Sender::sort_in(std::span<Slot> slots) {
@@ -120,11 +123,15 @@ void Sender::sort_in(std::span<Slot> slots) {
     for (std::size_t i = 0; i < slots.size(); ++i) {
         artnet::ForwardingTarget wanted;
         const ForwardingFault fault = artnet::parse_forwarding_datagram(slots[i].bytes(), wanted);
+        const Endpoint target{wanted.address, wanted.port};
         if (fault != ForwardingFault::None) {
             reject(fault, slots[i].size);
+            // The only fault behind a good header, so the only one of a known destination.
+            if (fault == ForwardingFault::Identifier) {
+                destinations_[destinations_.find(target)].count_rejected();
+            }
             continue;
         }
-        const Endpoint target{wanted.address, wanted.port};
         items_.push_back({destinations_.find(target), i, target});
         if (tee_) {
             copies_.push_back({slots[i].data.data(), artnet::kForwardingDatagramSize});
@@ -162,58 +169,51 @@ void Sender::offer(Destination& destination, std::span<const iovec> packets, Bac
     if (packets.empty()) {
         return;
     }
+    if (backlog_.holds(destination)) {
+        backlog_.add(destination, packets, now);
+        return;
+    }
     const std::size_t settled = destination.send(packets, now);
     report_error(destination, now);
-    if (settled < packets.size()) {
-        deferred_.push_back({&destination, packets.subspan(settled)});
+    backlog_.add(destination, packets.subspan(settled), now);
+}
+
+void Sender::retry_backlog() {
+    // The clock is read only while something waits.
+    if (backlog_.empty()) {
+        return;
+    }
+    const auto now = Backoff::Clock::now();
+    if (now < backlog_.next_retry()) {
+        return;
+    }
+    for (Destination* destination : backlog_.retry(now)) {
+        report_error(*destination, now);
     }
 }
 
-void Sender::send_deferred() {
-    // Everybody else has been served by now, so that waiting for a full queue holds up only the next batch.
-    const auto deadline = Backoff::Clock::now() + kLongestWait;
-    std::vector<pollfd> waits;
-    while (!deferred_.empty()) {
-        waits.clear();
-        for (const Deferred& entry : deferred_) {
-            waits.push_back({entry.destination->descriptor(), POLLOUT, 0});
-        }
-        poll(waits.data(), waits.size(), 1);
-        const auto now = Backoff::Clock::now();
-        bool progress = false;
-        for (Deferred& entry : deferred_) {
-            const std::size_t settled = entry.destination->send(entry.packets, now);
-            entry.packets = entry.packets.subspan(settled);
-            progress = progress || settled > 0;
-            if (!entry.packets.empty() && now >= deadline) {
-                entry.destination->give_up(entry.packets.size(), now);
-                entry.packets = {};
-            }
-            report_error(*entry.destination, now);
-        }
-        std::erase_if(deferred_, [](const Deferred& entry) { return entry.packets.empty(); });
-        if (!progress && !deferred_.empty()) {
-            // The socket has room but the interface's queue has none, which nothing announces.
-            poll(nullptr, 0, 1);
-        }
+void Sender::settle_backlog() {
+    const auto deadline = Backoff::Clock::now() + longest_end_;
+    while (!backlog_.empty() && Backoff::Clock::now() < deadline) {
+        std::this_thread::sleep_until(backlog_.next_retry());
+        retry_backlog();
+    }
+    const auto now = Backoff::Clock::now();
+    for (Destination* destination : backlog_.give_up(now)) {
+        report_error(*destination, now);
     }
 }
 
 void Sender::report_error(Destination& destination, Backoff::Clock::time_point now) {
-    const int error = destination.take_error();
+    const auto [error, about] = destination.take_error();
     if (error == 0) {
         return;
     }
-    const auto suppressed = destination.log_limiter().admit(now);
-    if (!suppressed) {
-        return;
-    }
-    if (const auto others = error_limiter_.admit(now)) {
-        log_.push("sending to " + to_text(destination.sent_to()) + ": " +
-                  std::generic_category().message(error) +
+    if (const auto suppressed = admit(destination.log_limiter(), error_limiter_, now)) {
+        log_.push("sending to " + to_text(about) + ": " + std::generic_category().message(error) +
                   text("; %llu packets not sent so far",
                        static_cast<unsigned long long>(destination.counters().unsent)) +
-                  suppressed_text(*suppressed + *others));
+                  suppressed_text(*suppressed));
     }
 }
 

@@ -15,6 +15,7 @@
 #include <sys/uio.h>
 
 #include "artnet/forwarding_datagram.h"
+#include "backlog.h"
 #include "datagram_ring.h"
 #include "destination_table.h"
 #include "log_queue.h"
@@ -32,17 +33,25 @@ static_assert(static_cast<std::size_t>(artnet::ForwardingFault::Identifier) == k
 [[nodiscard]] const char* fault_key(artnet::ForwardingFault fault) noexcept;
 
 /**
- * Owns the send thread. It sleeps on the ring without a bound; a datagram or the ring's close ends that.
- * Sending never waits longer than kLongestWait per batch, whatever the state of the destinations.
+ * Owns the send thread. It sleeps on the ring without a bound; a datagram or the ring's close ends that, or
+ * the next try of a backlog. It waits for nothing else: what a destination's full queue does not take goes
+ * into the backlog, and the next datagrams of the ring are served.
  *
  * The ring, the log queue and the statistics are borrowed and outlive this object.
  */
 class Sender {
 public:
-    static constexpr std::chrono::milliseconds kLongestWait{20};
+    /// How long packets wait for a full queue.
+    struct Times {
+        /// Without any progress of their destination.
+        Backoff::Clock::duration patience = std::chrono::milliseconds(20);
+        /// In all, once the ring is read to its end.
+        Backoff::Clock::duration longest_end = std::chrono::seconds(2);
+    };
 
     /// Starts the thread. `watch` may be null: nothing is recorded.
     Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch);
+    Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch, Times times);
     /// Closes the ring, whose writer must have ended or never begun, and joins.
     ~Sender();
     Sender(const Sender&) = delete;
@@ -66,19 +75,14 @@ private:
         std::size_t slot = 0;
         Endpoint target;
     };
-    /// Part of the batch that found its destination's queue full.
-    struct Deferred {
-        Destination* destination = nullptr;
-        std::span<const iovec> packets;
-    };
-
     void run();
     void process(std::span<Slot> slots);
     void sort_in(std::span<Slot> slots);
     void reject(artnet::ForwardingFault fault, std::size_t size);
     void send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now);
     void offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now);
-    void send_deferred();
+    void retry_backlog();
+    void settle_backlog();
     void report_error(Destination& destination, Backoff::Clock::time_point now);
 
     DatagramRing& ring_;
@@ -86,12 +90,13 @@ private:
     WatchStatistics* watch_;
     DestinationTable destinations_;
     std::optional<Destination> tee_;
+    Backlog backlog_;
+    Backoff::Clock::duration longest_end_;
 
     // Scratch of the send thread, reused for every batch.
     std::vector<Item> items_;
     std::vector<iovec> packets_;
     std::vector<iovec> copies_;
-    std::vector<Deferred> deferred_;
     LogLimiter error_limiter_{10, std::chrono::seconds{1}};
     LogLimiter reject_limiter_{5, std::chrono::seconds{10}};
 

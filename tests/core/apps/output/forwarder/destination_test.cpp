@@ -2,7 +2,9 @@
 #include "destination.h"
 
 #include <cerrno>
+#include <cstring>
 #include <deque>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +17,8 @@ namespace {
 std::deque<int> scripted_results;
 /// Messages offered in each call so far.
 std::vector<unsigned> offered;
+/// Addresses that error reports are about: a list for each time that the queue of reports is read to its end.
+std::deque<std::vector<forwarder::Endpoint>> scripted_reports;
 
 }  // namespace
 
@@ -35,11 +39,33 @@ int __wrap_sendmmsg(int socket, mmsghdr* messages, unsigned count, int flags) {
     }
     return result;
 }
+
+ssize_t __real_recvfrom(int socket, void* data, size_t size, int flags, sockaddr* from, socklen_t* from_size);
+ssize_t __wrap_recvfrom(int socket, void* data, size_t size, int flags, sockaddr* from, socklen_t* from_size);
+
+ssize_t __wrap_recvfrom(int socket, void* data, size_t size, int flags, sockaddr* from,
+                        socklen_t* from_size) {
+    if ((flags & MSG_ERRQUEUE) == 0 || scripted_reports.empty()) {
+        return __real_recvfrom(socket, data, size, flags, from, from_size);
+    }
+    auto& reports = scripted_reports.front();
+    if (reports.empty()) {
+        scripted_reports.pop_front();
+        errno = EAGAIN;
+        return -1;
+    }
+    const sockaddr_in about = forwarder::to_sockaddr(reports.front());
+    reports.erase(reports.begin());
+    std::memcpy(from, &about, sizeof about);
+    *from_size = sizeof about;
+    return 1;
+}
 }
 
 namespace {
 
 using forwarder::Destination;
+using forwarder::Endpoint;
 using forwarder::SendVerdict;
 using std::chrono::milliseconds;
 using Clock = forwarder::Backoff::Clock;
@@ -49,6 +75,7 @@ protected:
     DestinationTest() {
         destination_.assign({0xC0000201, peer_.port()}, {forwarder::kLoopbackAddress, peer_.port()});
         scripted_results.clear();
+        scripted_reports.clear();
         offered.clear();
     }
 
@@ -70,7 +97,7 @@ TEST_F(DestinationTest, PacketsArriveUnchangedAndAreCounted) {
     EXPECT_EQ(destination_.counters().packets, 3U);
     EXPECT_EQ(destination_.counters().bytes, 3U * 530U);
     EXPECT_EQ(destination_.counters().errors, 0U);
-    EXPECT_EQ(destination_.take_error(), 0);
+    EXPECT_EQ(destination_.take_error().number, 0);
 }
 
 TEST_F(DestinationTest, RestOfAPartlyTakenBatchIsSentToo) {
@@ -127,12 +154,12 @@ TEST_F(DestinationTest, ReportOfAnEarlierRefusalCostsNoPacket) {
     EXPECT_EQ(destination_.counters().unsent, 0U);
 }
 
-TEST_F(DestinationTest, PacketRefusedTwiceIsGivenUpAndTheNextOneTried) {
-    scripted_results = {-ECONNREFUSED, -ECONNREFUSED};
+TEST_F(DestinationTest, PacketRefusedAgainAndAgainIsGivenUpAndTheNextOneTried) {
+    scripted_results = {-ECONNREFUSED, -ECONNREFUSED, -ECONNREFUSED, -ECONNREFUSED};
     EXPECT_EQ(send(2), 2U);
     EXPECT_EQ(destination_.counters().packets, 1U);
     EXPECT_EQ(destination_.counters().unsent, 1U);
-    EXPECT_EQ(destination_.counters().errors, 2U);
+    EXPECT_EQ(destination_.counters().errors, 4U);
 }
 
 TEST_F(DestinationTest, GivenUpPacketsAreCountedAndFollowedByAPause) {
@@ -151,11 +178,54 @@ TEST_F(DestinationTest, RetargetedDestinationForgetsThePauseOfTheOneBefore) {
     EXPECT_EQ(destination_.counters().packets, 1U);
 }
 
+TEST_F(DestinationTest, LateReportAboutAnotherAddressCostsTheSharedDestinationNoPacket) {
+    constexpr Endpoint kDead{0x0A4D0002, 6454};
+    destination_.retarget({forwarder::kLoopbackAddress, peer_.port()});
+    scripted_results = {-EHOSTUNREACH, -EHOSTUNREACH};
+    scripted_reports = {{kDead, kDead}, {kDead}};
+    EXPECT_EQ(send(1), 1U);
+    EXPECT_EQ(destination_.counters().packets, 1U);
+    EXPECT_EQ(destination_.counters().unsent, 0U);
+    EXPECT_EQ(destination_.counters().errors, 2U);
+    EXPECT_EQ(destination_.take_error().about, kDead) << "the log names the address that the report is about";
+    EXPECT_EQ(peer_.receive(), packet_);
+}
+
+TEST_F(DestinationTest, ErrorWithoutAReportIsTheSharedDestinationsOwn) {
+    const Endpoint here{forwarder::kLoopbackAddress, peer_.port()};
+    destination_.retarget(here);
+    scripted_results = {-ENETUNREACH};
+    EXPECT_EQ(send(1), 1U);
+    EXPECT_EQ(offered.size(), 1U);
+    EXPECT_EQ(destination_.counters().unsent, 1U);
+    EXPECT_EQ(destination_.take_error().about, here);
+}
+
+TEST_F(DestinationTest, SharedDestinationDoesNotTryWithoutEndWhileReportsComeIn) {
+    constexpr Endpoint kDead{0x0A4D0002, 6454};
+    destination_.retarget({forwarder::kLoopbackAddress, peer_.port()});
+    for (int i = 0; i < 10; ++i) {
+        scripted_results.push_back(-EHOSTUNREACH);
+        scripted_reports.push_back({kDead});
+    }
+    EXPECT_EQ(send(1), 1U);
+    EXPECT_EQ(offered.size(), 4U);
+    EXPECT_EQ(destination_.counters().unsent, 1U);
+}
+
+TEST_F(DestinationTest, LateReportOnASocketOfItsOwnIsAboutTheDestinationItself) {
+    scripted_results = {-EHOSTUNREACH};
+    scripted_reports = {{destination_.sent_to()}};
+    EXPECT_EQ(send(2), 2U);
+    EXPECT_EQ(destination_.counters().unsent, 2U);
+    EXPECT_EQ(offered.size(), 1U);
+}
+
 TEST_F(DestinationTest, ErrorIsTakenOnce) {
     scripted_results = {-ENETUNREACH};
     (void)send(1);
-    EXPECT_EQ(destination_.take_error(), ENETUNREACH);
-    EXPECT_EQ(destination_.take_error(), 0);
+    EXPECT_EQ(destination_.take_error().number, ENETUNREACH);
+    EXPECT_EQ(destination_.take_error().number, 0);
 }
 
 TEST_F(DestinationTest, BroadcastIsPermitted) {

@@ -94,6 +94,8 @@ TEST(ForwarderProgramTest, EachFaultIsCountedUnderItsReasonAndNothingIsSent) {
     EXPECT_EQ(number_of(rejected, "invalid_address"), 2);
     EXPECT_EQ(number_of(rejected, "port"), 3);
     EXPECT_EQ(number_of(rejected, "identifier"), 1);
+    const QJsonObject of_node = at(destination_of(*report, "127.0.0.2"), "rejected").toObject();
+    EXPECT_EQ(number_of(of_node, "identifier"), 1) << "its header is good, so the destination is known";
     EXPECT_EQ(number_of(*report, "received"), 11);
     EXPECT_EQ(number_of(*report, "accepted"), 1);
     EXPECT_THAT(forwarder.program().error_output(), HasSubstr("rejected a datagram of 553 bytes: size"));

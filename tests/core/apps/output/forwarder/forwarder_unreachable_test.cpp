@@ -1,4 +1,6 @@
 // The real program with destinations that cannot be reached, in a network of this test's own.
+#include <fstream>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +10,7 @@
 namespace {
 
 using tests::artdmx;
+using tests::at;
 using tests::datagram;
 using tests::destination_of;
 using tests::number_of;
@@ -111,6 +114,43 @@ TEST_F(ForwarderUnreachableTest, DestinationIsServedAgainSoonAfterItsRouteAppear
     });
     EXPECT_GT(number_of(destination_of(report, "198.51.100.1"), "packets"), 0);
     EXPECT_TRUE(everywhere.receive());
+}
+
+TEST_F(ForwarderUnreachableTest, LateReportAboutOneOfTheSharedDestinationsCostsTheOthersNothing) {
+    if (!tests::run_ip("link add rig0 type veth peer name rig1") || !tests::run_ip("link set rig0 up") ||
+        !tests::run_ip("link set rig1 up") || !tests::run_ip("address add 10.77.0.1/24 dev rig0")) {
+        GTEST_SKIP() << "no virtual Ethernet pair here";
+    }
+    // One question, given up soon: a node that does not answer is reported within some milliseconds.
+    std::ofstream("/proc/sys/net/ipv4/neigh/rig0/retrans_time_ms") << "10";
+    std::ofstream("/proc/sys/net/ipv4/neigh/rig0/mcast_solicit") << "1";
+    RunningForwarder forwarder;
+    ASSERT_TRUE(forwarder.ready());
+    const UdpPeer node("0.0.0.0");
+    const UdpPeer service;
+    for (int i = 0; i < 512; ++i) {
+        const std::string address = "127.1." + std::to_string(i / 200) + "." + std::to_string(1 + i % 200);
+        service.send(forwarder.port(), datagram(address, node.port(), artdmx(0)));
+        ASSERT_EQ(node.receive(), artdmx(0)) << i;
+    }
+    // From here on all share one socket. Packets to the dead one are always on the way.
+    int sent = 0;
+    const QJsonObject report = forwarder.report_when([&](const QJsonObject& r) {
+        for (int i = 0; i < 10; ++i) {
+            service.send(forwarder.port(), datagram("10.77.0.2", 6454, artdmx(2)));
+            service.send(forwarder.port(), datagram("127.2.0.1", node.port(), artdmx(1)));
+            ++sent;
+            EXPECT_EQ(node.receive(), artdmx(1)) << "packet " << sent;
+        }
+        return HasFailure() || number_of(at(r, "others").toObject(), "errors") >= 5;
+    });
+    const QJsonObject others = at(report, "others").toObject();
+    EXPECT_GE(number_of(others, "errors"), 5);
+    EXPECT_EQ(at(others, "last_error"), QLatin1String("No route to host"));
+    EXPECT_EQ(number_of(others, "unsent"), 0);
+    EXPECT_THAT(forwarder.program().error_output(),
+                testing::HasSubstr("sending to 10.77.0.2:6454: No route to host"));
+    tests::run_ip("link del rig0");
 }
 
 TEST_F(ForwarderUnreachableTest, NodeThatNeverAnswersAddressResolutionCostsTheOthersNothing) {

@@ -22,7 +22,7 @@ Report example_report() {
     report.left_behind = 2;
     report.accepted = 93;
     report.rejected = {1, 0, 3, 0, 1};
-    report.destinations = {{{0xC0000201, 6454}, {0x7F000002, 6454}, {90, 47700, 1, 3, 2, ENETUNREACH}}};
+    report.destinations = {{{0xC0000201, 6454}, {0x7F000002, 6454}, {90, 47700, 1, 3, 2, 1, ENETUNREACH}}};
     return report;
 }
 
@@ -53,7 +53,7 @@ TEST(ReportTest, TableNamesEveryCounter) {
     EXPECT_THAT(table,
                 HasSubstr("port 6455: received 10, dropped by the kernel 1, receive buffer 2000 bytes\n"));
     EXPECT_THAT(table,
-                testing::ContainsRegex("192.0.2.1:6454 +127.0.0.2:6454 +90 +47700 +1 +3 +2  Network is "
+                testing::ContainsRegex("192.0.2.1:6454 +127.0.0.2:6454 +90 +47700 +1 +3 +2 +1  Network is "
                                        "unreachable\n"));
     EXPECT_THAT(table, Not(HasSubstr("others")));
     EXPECT_THAT(table, Not(HasSubstr("copies")));
@@ -87,6 +87,7 @@ TEST(ReportTest, JsonHasTheSameNumbers) {
     EXPECT_EQ(at(peer, "errors"), 1);
     EXPECT_EQ(at(peer, "unsent"), 3);
     EXPECT_EQ(at(peer, "waits"), 2);
+    EXPECT_EQ(at(at(peer, "rejected").toObject(), "identifier"), 1);
     EXPECT_EQ(at(peer, "last_error"), QLatin1String("Network is unreachable"));
     EXPECT_FALSE(json.contains(QLatin1String("others")));
     EXPECT_FALSE(json.contains(QLatin1String("tee")));
@@ -94,14 +95,20 @@ TEST(ReportTest, JsonHasTheSameNumbers) {
 
 TEST(ReportTest, OthersAndCopiesAreShownWhereThereAreAny) {
     Report report = example_report();
-    report.others = {7, 8, 9, 10, 11, 0};
-    report.tee = Report::Peer{{0x7F000003, 7000}, {0x7F000003, 7000}, {1, 554, 0, 0, 0, 0}};
-    EXPECT_THAT(forwarder::to_table(report), testing::ContainsRegex("others +7 +8 +9 +10 +11"));
+    report.others = {7, 8, 9, 10, 11, 12, 0};
+    report.tee = Report::Peer{{0x7F000003, 7000}, {0x7F000003, 7000}, {1, 554, 0, 0, 0, 0, 0}};
+    EXPECT_THAT(forwarder::to_table(report), testing::ContainsRegex("others +7 +8 +9 +10 +11 +12"));
     EXPECT_THAT(forwarder::to_table(report), testing::ContainsRegex("\\(copies\\) +127.0.0.3:7000 +1 +554"));
     const QJsonObject json = parsed(report);
     EXPECT_EQ(at(at(json, "others").toObject(), "packets"), 7);
     EXPECT_EQ(at(at(json, "tee").toObject(), "bytes"), 554);
     EXPECT_EQ(at(at(json, "tee").toObject(), "last_error"), QLatin1String(""));
+}
+
+TEST(ReportTest, TableSaysWhyADestinationHasRejectedDatagramsAndOnlyThen) {
+    EXPECT_THAT(forwarder::to_table(example_report()),
+                HasSubstr("(rejected of a destination: the packet's Art-Net identifier is wrong;"));
+    EXPECT_THAT(forwarder::to_table(Report{}), Not(HasSubstr("rejected of a destination")));
 }
 
 TEST(ReportTest, IdleProgramHasAReportToo) {

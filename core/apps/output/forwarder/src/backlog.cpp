@@ -1,0 +1,85 @@
+#include "backlog.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+
+namespace forwarder {
+
+void Backlog::add(Destination& destination, std::span<const iovec> packets, Clock::time_point now) {
+    if (packets.empty()) {
+        return;
+    }
+    if (waiting_.empty()) {
+        next_retry_ = now + kRetryAfter;
+    }
+    Queue& queue = waiting_.try_emplace(&destination, Queue{{}, now}).first->second;
+    for (const iovec& packet : packets) {
+        if (queue.packets.size() >= kMostOfOne || size_ >= kMostInAll) {
+            destination.count_unsent(1);
+            if (queue.packets.empty()) {
+                continue;
+            }
+            pop(queue, 1);
+        }
+        Packet& copy = queue.packets.emplace_back();
+        assert(packet.iov_len <= copy.bytes.size());
+        copy.size = packet.iov_len;
+        std::memcpy(copy.bytes.data(), packet.iov_base, packet.iov_len);
+        ++size_;
+    }
+    if (queue.packets.empty()) {
+        waiting_.erase(&destination);
+    }
+}
+
+std::span<Destination* const> Backlog::retry(Clock::time_point now) {
+    tried_.clear();
+    for (auto& [destination, queue] : waiting_) {
+        offer(*destination, queue, now);
+        tried_.push_back(destination);
+    }
+    std::erase_if(waiting_, [](const auto& entry) { return entry.second.packets.empty(); });
+    next_retry_ = now + kRetryAfter;
+    return tried_;
+}
+
+std::span<Destination* const> Backlog::give_up(Clock::time_point now) {
+    tried_.clear();
+    for (const auto& [destination, queue] : waiting_) {
+        destination->give_up(queue.packets.size(), now);
+        tried_.push_back(destination);
+    }
+    waiting_.clear();
+    size_ = 0;
+    return tried_;
+}
+
+void Backlog::offer(Destination& destination, Queue& queue, Clock::time_point now) {
+    while (!queue.packets.empty()) {
+        std::array<iovec, Destination::kMostPackets> parts;
+        const std::size_t count = std::min(parts.size(), queue.packets.size());
+        for (std::size_t i = 0; i < count; ++i) {
+            parts[i] = {queue.packets[i].bytes.data(), queue.packets[i].size};
+        }
+        const std::size_t settled = destination.send(std::span(parts).first(count), now);
+        if (settled > 0) {
+            pop(queue, settled);
+            queue.progress = now;
+        }
+        if (settled < count) {
+            break;
+        }
+    }
+    if (!queue.packets.empty() && now - queue.progress >= patience_) {
+        destination.give_up(queue.packets.size(), now);
+        pop(queue, queue.packets.size());
+    }
+}
+
+void Backlog::pop(Queue& queue, std::size_t count) {
+    queue.packets.erase(queue.packets.begin(), queue.packets.begin() + static_cast<std::ptrdiff_t>(count));
+    size_ -= count;
+}
+
+}  // namespace forwarder
