@@ -2,6 +2,7 @@
 #include "packet_receiver.h"
 
 #include <cerrno>
+#include <deque>
 #include <functional>
 #include <system_error>
 #include <utility>
@@ -36,25 +37,26 @@ int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
 
 namespace {
 
-/// A socket that shares its address with whoever wants to.
+/// A socket that shares its address with whoever shares it, too.
 class Rival {
 public:
-    Rival() {
-        const int on = 1;
-        setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    }
+    Rival() = default;
     ~Rival() { close(socket_); }
     Rival(const Rival&) = delete;
     Rival& operator=(const Rival&) = delete;
 
-    /// @param port  0: a free one. Returns the port; 0 when the system refuses.
+    /// @param port  0: one that nobody has. Returns the port; 0 when the system refuses.
     std::uint16_t bind_to(const char* ip, std::uint16_t port) const {
+        if (port != 0) {
+            permit_reuse();
+        }
         sockaddr_in address = address_of(ip, port);
         socklen_t size = sizeof address;
         if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
             getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
             return 0;
         }
+        permit_reuse();
         return ntohs(address.sin_port);
     }
     void connect_to(const char* ip, std::uint16_t port) const {
@@ -67,6 +69,10 @@ public:
     }
 
 private:
+    void permit_reuse() const {
+        const int on = 1;
+        setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    }
     static sockaddr_in address_of(const char* ip, std::uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -88,8 +94,10 @@ int error_of_receiver(std::uint16_t port) {
     }
 }
 
+/// A port that is held on the wildcard address, so that the system gives it to nobody else.
 std::uint16_t free_port() {
-    return Rival().bind_to(kIp, 0);
+    static std::deque<Rival> holders;
+    return holders.emplace_back().bind_to("0.0.0.0", 0);
 }
 
 TEST(PacketReceiverTest, FreePortIsTakenAndGivenBack) {
@@ -99,9 +107,9 @@ TEST(PacketReceiverTest, FreePortIsTakenAndGivenBack) {
 }
 
 TEST(PacketReceiverTest, PortOfAnotherSocketIsRefusedAlthoughItSharesItsAddress) {
+    const std::uint16_t port = free_port();
     const Rival rival;
-    const std::uint16_t port = rival.bind_to(kIp, 0);
-    ASSERT_NE(port, 0);
+    ASSERT_EQ(rival.bind_to(kIp, port), port);
     EXPECT_EQ(error_of_receiver(port), EADDRINUSE);
 }
 
@@ -113,9 +121,7 @@ TEST(PacketReceiverTest, SocketThatIsBoundBetweenTheLookAndTheBindKeepsThePort) 
 }
 
 TEST(PacketReceiverTest, WildcardAddressAndSocketsConnectedToThePortAreNoObstacle) {
-    const Rival wildcard;
-    const std::uint16_t port = wildcard.bind_to("0.0.0.0", 0);
-    ASSERT_NE(port, 0);
+    const std::uint16_t port = free_port();
     const Rival peer;
     peer.connect_to(kIp, port);
     EXPECT_EQ(error_of_receiver(port), 0);
