@@ -7,14 +7,14 @@
 #   SOURCES  instead of NAME.cpp
 #   ARGS     further command-line words
 #   DEPENDS  targets that must be built before it, such as a program that it starts
-#   TIMEOUT  seconds, 120 by default
+#   TIMEOUT  seconds, 600 by default: for what hangs, not for what a busy machine or a sanitizer slows down
 function(core_add_test name)
   cmake_parse_arguments(arg "BUS" "LABEL;TIMEOUT" "LIBS;SOURCES;ARGS;DEPENDS" ${ARGN})
   if(NOT arg_SOURCES)
     set(arg_SOURCES ${name}.cpp)
   endif()
   if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 120)
+    set(arg_TIMEOUT 600)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} tests::support GTest::gtest GTest::gmock GTest::gtest_main project_warnings)

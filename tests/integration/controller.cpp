@@ -13,7 +13,7 @@ namespace {
 const QString kService = QStringLiteral("com.torvexserver.Cuewright");
 const QString kDiscovery = QStringLiteral("com.torvexserver.Netsurvey");
 const QString kEngine = QStringLiteral("/");
-constexpr int kCallDeadline = 20000;
+constexpr int kCallDeadline = 60'000;
 
 QString unused_name() {
     static int count = 0;

@@ -12,7 +12,7 @@
 namespace integration {
 
 /// Generous, since sanitizers and busy machines are slow: a passing test never waits for it.
-inline constexpr std::chrono::seconds kDeadline{20};
+inline constexpr std::chrono::seconds kDeadline{60};
 
 /// True as soon as `condition` holds, false when it still does not at the deadline.
 [[nodiscard]] bool wait_until(const std::function<bool()>& condition,

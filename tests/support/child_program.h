@@ -23,7 +23,7 @@ namespace tests {
  */
 class ChildProgram {
 public:
-    static constexpr std::chrono::seconds kDeadline{20};
+    static constexpr std::chrono::seconds kDeadline{60};
 
     /**
      * @param command      path of the program and its arguments

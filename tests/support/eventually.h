@@ -14,7 +14,7 @@
  */
 template <typename Condition>
 [[nodiscard]] bool eventually(Condition condition,
-                              std::chrono::milliseconds deadline = std::chrono::seconds(20)) {
+                              std::chrono::milliseconds deadline = std::chrono::seconds(60)) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end) {

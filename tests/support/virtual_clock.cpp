@@ -109,13 +109,17 @@ void virtual_wait_while(const std::function<bool()>& predicate) {
     asked_for_time = false;
     while (predicate()) {
         turn_count.fetch_add(1);
-        if (asked_for_time && waits_exact.load() && step_size.load() != 0) {
+        const long long step = step_size.load();
+        if (!asked_for_time || step == 0) {
+            sched_yield();
+        } else if (waits_exact.load()) {
             seek_end_of(predicate);
-        } else if (asked_for_time) {
-            VirtualClock::advance(nanoseconds(step_size.load()));
+        } else {
+            // Without a yield: a wait of some hundred turns that gives the processor away at each of them
+            // takes seconds on a busy machine.
+            VirtualClock::advance(nanoseconds(step));
         }
         asked_for_time = false;
-        sched_yield();
     }
 }
 

@@ -129,7 +129,7 @@ TEST_F(ArtNetParserInputTest, PacketsOfAFifoAreDeliveredBeforeTheFollowingBlockI
         out.write(block.data(), static_cast<std::streamsize>(block.size()));
         out.flush();
         // The rest is written only once the first packet has come out at the other end.
-        while_open = delivered.wait_for(20s);
+        while_open = delivered.wait_for(60s);
         const std::string rest = Recording{}.dmx(2, {2}).fill_to(512, 0x55).text();
         out.write(rest.data(), static_cast<std::streamsize>(rest.size()));
     });

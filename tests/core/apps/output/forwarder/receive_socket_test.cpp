@@ -96,7 +96,7 @@ TEST(ReceiveSocketTest, OpenSocketReceivesOnTheLoopbackAddress) {
     EXPECT_EQ(socket.kernel_drops(), 0U);
     EXPECT_TRUE(tests::UdpPeer().send(port, {1, 2, 3}));
     pollfd wait{socket.descriptor(), POLLIN, 0};
-    EXPECT_EQ(poll(&wait, 1, 20'000), 1);
+    EXPECT_EQ(poll(&wait, 1, 60'000), 1);
 }
 
 TEST(ReceiveSocketTest, SecondSocketOnThePortIsRefusedAlthoughBothReuseAddresses) {

@@ -62,7 +62,7 @@ inline Bytes datagram(std::string_view ip, int port, const Bytes& packet = artdm
 /// Bound socket that receives with a deadline. Throws std::system_error when it cannot be made.
 class UdpPeer {
 public:
-    static constexpr std::chrono::milliseconds kDeadline = std::chrono::seconds(20);
+    static constexpr std::chrono::milliseconds kDeadline = std::chrono::seconds(60);
 
     /// @param port  0: a free one
     explicit UdpPeer(std::string_view ip = "127.0.0.1", std::uint16_t port = 0, bool reuse = false)

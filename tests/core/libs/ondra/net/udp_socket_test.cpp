@@ -23,7 +23,7 @@ namespace {
 using ondra::net::HostAddress;
 using ondra::net::UdpSocket;
 
-constexpr int kLongWait = 20'000;
+constexpr int kLongWait = 60'000;
 
 sockaddr_in local_name(int descriptor) {
     sockaddr_in name{};
