@@ -68,6 +68,8 @@ public:
     [[nodiscard]] std::vector<std::vector<std::string>> log_calls() const {
         return tests::syslog_calls(syslog_file_);
     }
+    /// Where the system log's stand-in writes; a file that is taken away is made anew.
+    [[nodiscard]] const std::string& syslog_file() const { return syslog_file_; }
     /// Waits for the line, as log() shows it.
     [[nodiscard]] bool wait_for_log(const std::string& line) const;
     /// What the program printed; empty unless a sanitizer or the runtime has spoken.

@@ -1,0 +1,40 @@
+#pragma once
+// What comes out of the service, held against what must be heard.
+
+#include <string>
+#include <vector>
+
+#include "control_model.h"
+#include "forwarder_socket.h"
+
+namespace stress {
+
+/// Listens at the ports that the show's frames go to. Used by the test's thread only.
+class Audience {
+public:
+    /// @param sockets  which outlive it
+    explicit Audience(std::vector<integration::ForwarderSocket*> sockets) : sockets_(std::move(sockets)) {}
+
+    /**
+     * Waits until every universe that must be heard has been heard several times with its very levels, and
+     * no other but the uncertain ones meanwhile.
+     *
+     * Datagrams may still be on their way when the call that silences them is answered, so a wrong one is
+     * held against the service only when that goes on. Empty, or what is wrong.
+     */
+    [[nodiscard]] std::string listen(const std::vector<model::Audible>& audible,
+                                     const std::vector<int>& uncertain);
+    /// Empties the sockets.
+    void skip();
+    [[nodiscard]] long long frames() const { return frames_; }
+
+private:
+    /// What is wrong in one stretch of time; `heard` is false when it took too long.
+    std::string stretch(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain,
+                        bool& heard);
+
+    std::vector<integration::ForwarderSocket*> sockets_;
+    long long frames_ = 0;
+};
+
+}  // namespace stress

@@ -1,0 +1,69 @@
+#include "control_log.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <sstream>
+#include <string_view>
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include "support/syslog_records.h"
+
+namespace stress {
+
+namespace {
+
+/// How the lines of the other threads begin, behind their context.
+constexpr std::array<std::string_view, 4> kOthers = {"[PlaylistLoader::", "[Repeater::do_render_work]",
+                                                     "[Repeater::send_packet]",
+                                                     "[Repeater::send_to_address]"};
+
+/// All errors of the main thread are the parser's.
+constexpr std::string_view kErrorSource = "core/apps/output/repeater/src/playlist_parser.cpp";
+
+bool of_another_thread(const tests::SyslogLine& line) {
+    return std::any_of(kOthers.begin(), kOthers.end(), [&line](std::string_view start) {
+        return line.text.find(start) != std::string::npos;
+    });
+}
+
+bool matches(const tests::SyslogLine& line, const model::LogLine& expected) {
+    const bool error = expected.level < 0;
+    if (line.priority != (error ? LOG_ERR : LOG_INFO)) {
+        return false;
+    }
+    if (!expected.context) {
+        return line.text == expected.text;
+    }
+    return line.text.starts_with(kErrorSource) && line.text.ends_with(") " + expected.text);
+}
+
+}  // namespace
+
+std::string ControlLog::difference(const std::vector<model::LogLine>& expected) {
+    const std::string taken = file_ + ".taken";
+    std::vector<tests::SyslogLine> lines;
+    if (std::rename(file_.c_str(), taken.c_str()) == 0) {
+        lines = tests::syslog_lines(taken);
+        unlink(taken.c_str());
+    }
+    std::erase_if(lines, of_another_thread);
+    compared_ += static_cast<long long>(expected.size());
+    const auto [line, wanted] =
+        std::mismatch(lines.begin(), lines.end(), expected.begin(), expected.end(), matches);
+    std::ostringstream text;
+    if (line != lines.end() || wanted != expected.end()) {
+        text << "line " << line - lines.begin() << " of the log is "
+             << (line == lines.end() ? "missing" : "\"" + line->text + "\"") << " instead of "
+             << (wanted == expected.end() ? "none" : "\"" + wanted->text + "\"");
+    }
+    return text.str();
+}
+
+void ControlLog::skip() {
+    unlink(file_.c_str());
+}
+
+}  // namespace stress
