@@ -3,7 +3,7 @@
 #include <string>
 #include <tuple>
 
-#include "json_seeds.h"
+#include "json_document.h"
 #include "memory_file.h"
 #include "ondra/brand.h"
 #include "target.h"
@@ -19,11 +19,25 @@ auto all_of(const Brand& brand) {
                     brand.manufacturer_id, brand.modules);
 }
 
+JsonShape brand_shape() {
+    const JsonShape text = text_shape({"", "a", "X", "lamp|desk"});
+    const JsonShape code = number_shape({"255", "65535", "65536", "32752"});
+    const JsonShape code_text = text_shape({"255", "12345x", "-1", "+1", " 1", "18446744073709551616"});
+    return object_shape({{"short_name", text},
+                         {"long_name", text},
+                         {"manufacturer", text},
+                         {"model", text},
+                         {"oem_id", code},
+                         {"manufacturer_id", code_text},
+                         {"modules", array_shape(text)}});
+}
+
 bool run(Input input) {
     static MemoryFile file;
-    file.write(input);
+    static const JsonShape kShape = brand_shape();
+    const std::string text = json_text(input, kShape);
+    file.write(text);
     const Brand brand = ondra::device::read_brand_file(QString::fromStdString(file.path()));
-    const std::string text = to_string(input);
     const std::uint16_t code = ondra::device::parse_brand_code(text);
     // strtoull() reads the same, but also takes white space and a sign.
     const bool digits = !text.empty() && text[0] >= '0' && text[0] <= '9';
@@ -34,7 +48,7 @@ bool run(Input input) {
 
 std::vector<Seed> seeds() {
     std::vector<Seed> seeds = json_seeds();
-    const std::vector<Seed> own{
+    const std::vector<Seed> own = as_json_texts({
         {"whole", R"({"short_name": "a", "long_name": "b", "manufacturer": "c", "model": "d",
             "oem_id": 255, "manufacturer_id": "32752", "modules": ["e", "f", 3, null]})"},
         {"model_only", R"({"model": "X"})"},
@@ -44,7 +58,7 @@ std::vector<Seed> seeds() {
         {"code", "12345x"},
         {"highest_code", "18446744073709551615"},
         {"beyond_the_highest_code", "18446744073709551616"},
-    };
+    });
     seeds.insert(seeds.end(), own.begin(), own.end());
     return seeds;
 }

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "exceptions.h"
-#include "json_seeds.h"
+#include "json_document.h"
 #include "memory_file.h"
 #include "playlist_parser.h"
 #include "target.h"
@@ -14,10 +14,19 @@ namespace {
 
 constexpr int kId = 3;
 
+JsonShape description_shape() {
+    const JsonShape percent = number_shape({"0", "50", "100", "10"});
+    return array_shape(object_shape({{"Id", number_shape({"3", "1", "3.9", "-3"})},
+                                     {"Loop", flag_shape()},
+                                     {"Brightness", percent},
+                                     {"SpeedBoost", percent}}));
+}
+
 bool run(Input input) {
     static MemoryFile file;
+    static const JsonShape kShape = description_shape();
     format_log_lines();
-    file.write(input);
+    file.write(json_text(input, kShape));
     Playlist playlist;
     playlist.set_root_dir(QLatin1String(MemoryFile::kDirectory));
     playlist.set_brightness(55);
@@ -45,7 +54,7 @@ bool run(Input input) {
 
 std::vector<Seed> seeds() {
     std::vector<Seed> seeds = json_seeds();
-    const std::vector<Seed> own{
+    const std::vector<Seed> own = as_json_texts({
         {"whole", R"([{"Id": 3, "Loop": false, "Brightness": 50, "SpeedBoost": 10}])"},
         {"defaults", R"([{"Id": 3}])"},
         {"second", R"([{"Id": 1}, {"Id": 3, "Loop": true}, {"Id": 3, "Loop": false}])"},
@@ -55,7 +64,7 @@ std::vector<Seed> seeds() {
         {"not_objects", R"([1, "a", null, [], true, {"Id": 3}])"},
         {"repeated_keys", R"([{"Id": 1, "Id": 3, "Loop": true, "Loop": false, "Loop": true}])"},
         {"lower_case", R"([{"id": 3}])"},
-    };
+    });
     seeds.insert(seeds.end(), own.begin(), own.end());
     return seeds;
 }

@@ -6,7 +6,7 @@
 #include <QTemporaryDir>
 
 #include "exceptions.h"
-#include "json_seeds.h"
+#include "json_document.h"
 #include "memory_file.h"
 #include "playlist_parser.h"
 #include "support/playlist_access.h"
@@ -45,10 +45,26 @@ void check_effect(const Playlist::Effect& effect) {
     }
 }
 
+JsonShape effects_shape() {
+    const JsonShape output = text_shape({"*:10.0.0.5:6454", "1:10.0.0.6:6454", "32767:1.0.0.0:1024",
+                                         "7:255.255.255.255:65535", "1:127.0.0.1:6454", "32768:10.0.0.5:6454",
+                                         "1:10.0.0.5:80", "1:0.1.2.3:6454", "1:10.0.0.5", "1:::1:6454"});
+    const JsonShape universe = object_shape(
+        {{"id", number_shape({"1", "0", "-1", "2"})}, {"zone", number_shape({"2", "-1", "-2", "1"})}});
+    return array_shape(object_shape({{"path", text_shape({"", "a.rec"})},
+                                     {"fps", number_shape({"-1", "30", "0", "1"})},
+                                     {"outputs", array_shape(output)},
+                                     {"universes", array_shape(universe)},
+                                     {"ppf", number_shape({"-1", "4", "0", "1"})},
+                                     {"sort", number_shape({"0", "1", "2", "-1"})},
+                                     {"name", text_shape({"blue", ""})}}));
+}
+
 bool run(Input input) {
     static DataDirectory data;
+    static const JsonShape kShape = effects_shape();
     format_log_lines();
-    data.effects.write(input);
+    data.effects.write(json_text(input, kShape));
     Playlist playlist;
     playlist.set_root_dir(data.directory.path());
     // Nothing stands for a file that is not there.
@@ -72,7 +88,7 @@ bool run(Input input) {
 
 std::vector<Seed> seeds() {
     std::vector<Seed> seeds = json_seeds();
-    const std::vector<Seed> own{
+    const std::vector<Seed> own = as_json_texts({
         {"whole", R"([{"path": "a.rec", "fps": 30, "ppf": 4, "sort": 1, "name": "blue",
             "outputs": ["*:10.0.0.5:6454", "1:10.0.0.6:6454"], "universes": [{"id": 1, "zone": 2}]}])"},
         {"least", R"([{"path": "", "fps": -1, "outputs": []}])"},
@@ -85,7 +101,7 @@ std::vector<Seed> seeds() {
             {"id": 1.9, "zone": -1e99}, {"id": 1, "zone": 4}]}])"},
         {"order", R"([{"path": "a", "fps": 1, "outputs": [], "sort": 2}, 7, null,
             {"path": "b", "fps": 1, "outputs": [], "sort": 1, "name": ["b"]}])"},
-    };
+    });
     seeds.insert(seeds.end(), own.begin(), own.end());
     return seeds;
 }

@@ -1,10 +1,11 @@
-// One fuzz target as a libFuzzer program; FUZZ_TARGET names it.
+// One fuzz target as a libFuzzer program; libfuzzer_name.cpp names it.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
+#include "libfuzzer_name.h"
 #include "target.h"
 
 namespace {
@@ -15,8 +16,8 @@ std::atomic<unsigned long long> past{0};
 
 void print_inputs() {
     const unsigned long long all = inputs.load();
-    std::printf("%s: %llu inputs, %llu past the first check (%llu in 100)\n", FUZZ_TARGET, all, past.load(),
-                all == 0 ? 0 : past.load() * 100 / all);
+    std::printf("%s: %llu inputs, %llu past the first check (%llu in 100)\n", fuzz_target_name, all,
+                past.load(), all == 0 ? 0 : past.load() * 100 / all);
 }
 
 }  // namespace
@@ -24,12 +25,12 @@ void print_inputs() {
 /// Qt's JSON reader loses an array or object that a later one of the same key replaces (Qt 5.15.8). Nothing
 /// here can free it. Only the targets that read JSON are excused, and only for what Qt itself allocates.
 extern "C" const char* __lsan_default_suppressions() {
-    return std::string_view(FUZZ_TARGET).ends_with("_file") ? "leak:libQt5Core.so.5\n" : "";
+    return std::string_view(fuzz_target_name).ends_with("_file") ? "leak:libQt5Core.so.5\n" : "";
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     for (const fuzz::Target& candidate : fuzz::all_targets()) {
-        if (std::strcmp(candidate.name, FUZZ_TARGET) == 0) {
+        if (std::strcmp(candidate.name, fuzz_target_name) == 0) {
             target = &candidate;
         }
     }

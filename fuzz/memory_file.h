@@ -2,6 +2,7 @@
 // A file in memory, for code that reads files by path.
 
 #include <string>
+#include <string_view>
 
 #include "target.h"
 
@@ -16,7 +17,7 @@ public:
     MemoryFile& operator=(const MemoryFile&) = delete;
 
     /// Replaces the content.
-    void write(Input content);
+    void write(std::string_view content);
 
     /// Where name() lies.
     static constexpr const char* kDirectory = "/proc/self/fd";

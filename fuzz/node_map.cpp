@@ -1,6 +1,7 @@
 // Fuzz target: the discovery service's messages.
 #include <algorithm>
 
+#include "any_text.h"
 #include "ondra/artnet_node_map.h"
 #include "target.h"
 

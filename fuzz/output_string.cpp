@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include "any_text.h"
 #include "target.h"
 
 namespace fuzz {

@@ -60,7 +60,7 @@ bool run(Input input) {
     effect.ppf = take_byte(input) % 8 - 2;
     effect.auto_ppf = effect.fixed_fps && effect.ppf == -1;
     effect.path = QString::fromStdString(input.empty() ? "absent" : file.name());
-    file.write(input);
+    file.write(to_string(input));
 
     Playlist playlist;
     playlist.set_root_dir(QLatin1String(MemoryFile::kDirectory));

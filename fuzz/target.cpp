@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "ondra/logger.h"
 
@@ -38,16 +37,6 @@ std::uint8_t take_byte(Input& input) {
 
 std::string to_string(Input input) {
     return {input.begin(), input.end()};
-}
-
-QString to_text(Input input) {
-    constexpr int kUnits = 1;
-    if (take_byte(input) != kUnits) {
-        return QString::fromStdString(to_string(input));
-    }
-    QString text(static_cast<int>(input.size() / sizeof(QChar)), QChar());
-    std::memcpy(text.data(), input.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
-    return text;
 }
 
 Seed with_choice(const std::string& name, int choice, std::string_view bytes) {

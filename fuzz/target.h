@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include <QString>
-
 namespace fuzz {
 
 using Input = std::span<const std::uint8_t>;
@@ -64,8 +62,6 @@ void format_log_lines();
 std::uint8_t take_byte(Input& input);
 
 [[nodiscard]] std::string to_string(Input input);
-/// A text of any kind: the first byte chooses between UTF-8 and plain 16-bit units.
-[[nodiscard]] QString to_text(Input input);
 
 /// A seed whose first byte is a choice that the target makes.
 [[nodiscard]] Seed with_choice(const std::string& name, int choice, std::string_view bytes);
