@@ -157,7 +157,7 @@ TEST_F(FaultsDiscoveryTest, AMillionRecordsAllCountAndNoFrameIsLost) {
     }
     discovery().announce(message + record(true, "10.0.0.1"));
     // Once all is read.
-    ASSERT_TRUE(wait_until([this] { return !wire_.arrived().empty(); }, 100s));
+    ASSERT_TRUE(wait_until([this] { return !wire_.arrived().empty(); }, 300s));
     EXPECT_TRUE(wait_for_answer(ask_level()));
     expect_beat_goes_on(50);
     // And it goes on being heard.

@@ -210,8 +210,8 @@ TEST_F(FaultsFifoTest, AnEndlessRecordingWithoutAPacketHoldsItsCallerAndTakesNoM
     ASSERT_NE(read_before, -1);
     constexpr long long kMebibyte = 1024 * 1024;
     EXPECT_TRUE(
-        wait_until([=] { return process_number(pid, "io", "rchar") > read_before + 128 * kMebibyte; }));
-    EXPECT_LT(process_number(pid, "status", "VmRSS") - memory_before, 64 * 1024) << "KiB";
+        wait_until([=] { return process_number(pid, "io", "rchar") > read_before + 32 * kMebibyte; }));
+    EXPECT_LT(process_number(pid, "status", "VmRSS") - memory_before, 16 * 1024) << "KiB";
     expect_beat_goes_on(20);
     EXPECT_FALSE(answered(play));
     EXPECT_FALSE(answered(level));

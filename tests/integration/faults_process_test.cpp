@@ -89,7 +89,7 @@ TEST_F(FaultsBusTest, WhenTheBusIsKilledTheShowPlaysOnUnreachable) {
     expect_beat_goes_on(20);
 
     // A new bus at the same place does not see it.
-    const SessionBus again(installation().path());
+    const SessionBus again(installation().path(), "", &bus());
     ASSERT_TRUE(again.running());
     Controller other(again.address());
     EXPECT_EQ(other.call_engine(QStringLiteral("stop")).type(), QDBusMessage::ErrorMessage);
@@ -135,8 +135,13 @@ TEST_F(FaultsStoppedTest, AfterAStopOfSecondsTheMissedFramesComeBackToBackAndThe
         EXPECT_EQ(frames[i].level(0), static_cast<int>(i));
         EXPECT_GE(frames[i].arrival - begin, static_cast<int>(i) * kInterval) << "frame " << i;
     }
-    // Paced, the thirty-nine intervals would take almost two seconds.
-    EXPECT_LT(frames.at(before_stop + 39).arrival - frames.at(before_stop).arrival, 39 * kInterval);
+    // Paced, none of the thirty-nine intervals would be shorter than it was recorded. Some may be longer all
+    // the same, where the machine is busy.
+    int shorter = 0;
+    for (std::size_t i = before_stop; i < before_stop + 39; ++i) {
+        shorter += frames.at(i + 1).arrival - frames.at(i).arrival < kInterval / 2 ? 1 : 0;
+    }
+    EXPECT_GE(shorter, 30);
     EXPECT_EQ(trouble(), Lines{});
     expect_beat_goes_on(10);
 }

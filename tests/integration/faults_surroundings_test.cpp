@@ -158,7 +158,8 @@ TEST_F(FaultsForwarderTest, WithoutAForwarderTheShowRunsToItsEndUnheard) {
 }
 
 TEST_F(FaultsForwarderTest, AKilledForwarderMissesWhatIsDueUntilItIsRestarted) {
-    add_playlist(1, true, numbered_frames(1, 1000), {output()});
+    // More than three minutes, so that it does not come round however slow the machine is.
+    add_playlist(1, true, numbered_frames(1, 10'000), {output()});
     start_with_beat();
     std::unique_ptr<StartedProgram> forwarder = start_forwarder();
     ASSERT_EQ(forwarder->start_error(), 0);

@@ -24,13 +24,13 @@ bool accepts_connections(const std::string& path) {
 
 }  // namespace
 
-SessionBus::SessionBus(const std::string& directory, const std::string& policy) {
-    // Each bus has a socket of its own: at the old place of another one, which has ended or is just ending,
+SessionBus::SessionBus(const std::string& directory, const std::string& policy, const SessionBus* before) {
+    // Else each bus has a socket of its own: at the place of another one, which has ended or is just ending,
     // nobody could tell whose it is.
     static int count = 0;
-    const std::string socket_path = directory + "/bus" + std::to_string(++count);
-    address_ = "unix:path=" + socket_path;
-    const std::string configuration = socket_path + ".conf";
+    socket_path_ = before != nullptr ? before->socket_path_ : directory + "/bus" + std::to_string(++count);
+    address_ = "unix:path=" + socket_path_;
+    const std::string configuration = socket_path_ + ".conf";
     std::ofstream(configuration) << "<busconfig><type>session</type><listen>" << address_
                                  << "</listen><policy context=\"default\"><allow send_destination=\"*\" "
                                     "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
@@ -39,11 +39,10 @@ SessionBus::SessionBus(const std::string& directory, const std::string& policy) 
     daemon_ = std::make_unique<StartedProgram>(
         ProgramSettings{{"/usr/bin/dbus-daemon", "--config-file=" + configuration, "--nofork", "--nopidfile"},
                         {"LC_ALL=C.UTF-8"},
-                        socket_path + ".output",
+                        socket_path_ + ".output",
                         {}});
-    running_ = daemon_->start_error() == 0 && wait_until([this, &socket_path] {
-                   return !daemon_->running() || accepts_connections(socket_path);
-               });
+    running_ = daemon_->start_error() == 0 &&
+               wait_until([this] { return !daemon_->running() || accepts_connections(socket_path_); });
     running_ = running_ && daemon_->running();
 }
 
