@@ -12,7 +12,7 @@
 namespace stress {
 
 /// A call that is not answered within this is stuck.
-inline constexpr int kStuckAfterMilliseconds = 30'000;
+inline constexpr int kStuckAfterMilliseconds = 60'000;
 
 /// Calls the service. One thread at a time.
 class BusClient {

@@ -132,9 +132,9 @@ TEST_F(BusStressTest, EveryCallIsAnsweredAsTheModelSaysAndNothingIsLeftBehind) {
     process.sample(run.calls());
 
     EXPECT_TRUE(service().program().running());
-    EXPECT_TRUE(wait_until([&] { return process.threads() == threads; }))
+    EXPECT_TRUE(wait_until([&] { return process.threads() <= threads; }))
         << process.threads() << " threads, " << threads << " at the start";
-    EXPECT_TRUE(wait_until([&] { return process.descriptors() == descriptors; }))
+    EXPECT_TRUE(wait_until([&] { return process.descriptors() <= descriptors; }))
         << process.descriptors() << " descriptors, " << descriptors << " at the start";
     EXPECT_LT(process.samples().back().second, kMostMemory);
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;

@@ -132,7 +132,7 @@ TEST(PacketReceiverTest, WhatArrivesIsAnnouncedAndTaken) {
     demo::PacketReceiver receiver(kIp, port);
     Rival().send_byte(kIp, port);
     pollfd wait{receiver.descriptor(), POLLIN, 0};
-    ASSERT_EQ(poll(&wait, 1, 20'000), 1);
+    ASSERT_EQ(poll(&wait, 1, 60'000), 1);
     const auto packets = receiver.take();
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].bytes, (std::vector<std::uint8_t>{'x'}));
