@@ -56,6 +56,8 @@ using tests::UdpPeer;
 
 /// No test waits this long; what happens within it happens for another reason than its end.
 constexpr Sender::Times kForEver{std::chrono::hours(1), std::chrono::hours(1)};
+/// The same for what is over before the queue has room again: an end that waited would wait as long.
+constexpr Sender::Times kUntilTheEnd{std::chrono::hours(1), std::chrono::milliseconds(1)};
 constexpr Sender::Times kNotAtAll{std::chrono::milliseconds(1), std::chrono::milliseconds(1)};
 
 class SenderTest : public testing::Test {
@@ -105,7 +107,7 @@ protected:
 };
 
 TEST_F(SenderTest, OthersAreServedWhileOneQueueStaysFull) {
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive({to(slow_, 1), to(other_, 1)});
     EXPECT_EQ(other_.receive(), artdmx(0, 0, 1)) << "of the same batch";
@@ -144,7 +146,7 @@ TEST_F(SenderTest, WaitingPacketsGoOutWithoutAnotherDatagramOnceThereIsRoom) {
 
 TEST_F(SenderTest, WaitingPacketsAreBoundedAndTheNewestAreKept) {
     constexpr unsigned kMost = forwarder::Backlog::kMostOfOne;
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive(std::vector<Bytes>(10, to(slow_, 1)));
     arrive(std::vector<Bytes>(kMost - 1, to(slow_, 2)));
@@ -196,7 +198,7 @@ TEST_F(SenderTest, EndWaitsForWhatWaitsAndGivesTheRestUp) {
 }
 
 TEST_F(SenderTest, EndIsNotHeldUpByAQueueThatStaysFull) {
-    Sender sender(ring_, options_, log_, nullptr, {kForEver.patience, kNotAtAll.longest_end});
+    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive({to(slow_, 1)});
     ring_.close();
