@@ -231,9 +231,9 @@ TEST_F(SenderTest, ErrorsOfManyDestinationsAtOnceGiveTenLinesAndTheRestIsToldOfL
         dead_addresses.insert(0x0A000100);
     }
     arrive({tests::datagram("10.0.1.0", 6454)});
-    arrive({to(other_, 2)});
-    EXPECT_EQ(other_.receive(), artdmx(0, 0, 2));
-    EXPECT_THAT(log_.take(), testing::ElementsAre(EndsWith("(20 similar lines suppressed)")));
+    std::vector<std::string> later;
+    EXPECT_TRUE(eventually([&] { return !(later = log_.take()).empty(); }));
+    EXPECT_THAT(later, testing::ElementsAre(EndsWith("(20 similar lines suppressed)")));
 }
 
 TEST_F(SenderTest, RejectedDatagramsGiveFiveLinesAtOnce) {
