@@ -18,12 +18,6 @@ using testing::IsEmpty;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 using FaultsBusTest = FaultsTest;
 
 class FaultsStoppedTest : public FaultsTest {

@@ -11,6 +11,13 @@
 
 namespace integration {
 
+/// Whether test and service carry a sanitizer, which costs several times the time and all address space.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 /**
  * A running service with a beat, whose frames must all come whatever else a test does.
  */
