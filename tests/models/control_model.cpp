@@ -308,7 +308,8 @@ std::vector<std::uint8_t> ControlModel::levels_of(const Loaded& loaded,
             written = zone->second.priority >= -1 &&
                       std::find(channels.begin(), channels.end(), channel) != channels.end();
         }
-        levels[place] = written ? static_cast<std::uint8_t>(look.levels[place] * loaded.brightness / 100) : 0;
+        levels[place] = written ? static_cast<std::uint8_t>(look.levels[place] * loaded.brightness / 100)
+                                : std::uint8_t{0};
     }
     return levels;
 }
