@@ -17,6 +17,9 @@ constexpr int kSendBuffer = 4 * 1024 * 1024;
 constexpr int kReceiveBuffer = 16 * 1024;
 /// Tries of one packet while the errors may be about earlier ones.
 constexpr int kMostTries = 4;
+/// The same where they may be about other addresses: when the kernel gives up one that does not answer, it
+/// reports each packet that waited for it, about 170 at most, and they may come in one by one.
+constexpr int kMostTriesShared = 256;
 
 void set_option(int socket, int level, int option, int value) {
     // Each option only improves things, so a refusal changes nothing that could be acted on.
@@ -114,8 +117,8 @@ std::size_t Destination::send(std::span<const iovec> packets, Backoff::Clock::ti
         // A report about an earlier packet is gone once it has been read, so that the next try is a true one.
         // On a socket of its own that packet went the same way, so only what needs no pause is tried again;
         // on a shared one it went anywhere, and reports about still others may come in between.
-        const bool is_late = verdict == SendVerdict::Again || (shared_ && report);
-        if (is_late && tries < kMostTries) {
+        const bool of_another = shared_ && report;
+        if (tries < (of_another ? kMostTriesShared : verdict == SendVerdict::Again ? kMostTries : 1)) {
             ++tries;
             continue;
         }

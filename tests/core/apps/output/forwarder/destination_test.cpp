@@ -201,15 +201,27 @@ TEST_F(DestinationTest, ErrorWithoutAReportIsTheSharedDestinationsOwn) {
     EXPECT_EQ(destination_.take_error().about, here);
 }
 
-TEST_F(DestinationTest, SharedDestinationDoesNotTryWithoutEndWhileReportsComeIn) {
+TEST_F(DestinationTest, ReportsAboutAllPacketsThatWaitedForAnotherAddressCostTheSharedDestinationNoPacket) {
     constexpr Endpoint kDead{0x0A4D0002, 6454};
     destination_.retarget({forwarder::kLoopbackAddress, peer_.port()});
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 200; ++i) {
         scripted_results.push_back(-EHOSTUNREACH);
         scripted_reports.push_back({kDead});
     }
     EXPECT_EQ(send(1), 1U);
-    EXPECT_EQ(offered.size(), 4U);
+    EXPECT_EQ(destination_.counters().packets, 1U);
+    EXPECT_EQ(destination_.counters().unsent, 0U);
+}
+
+TEST_F(DestinationTest, SharedDestinationDoesNotTryWithoutEndWhileReportsComeIn) {
+    constexpr Endpoint kDead{0x0A4D0002, 6454};
+    destination_.retarget({forwarder::kLoopbackAddress, peer_.port()});
+    for (int i = 0; i < 1000; ++i) {
+        scripted_results.push_back(-EHOSTUNREACH);
+        scripted_reports.push_back({kDead});
+    }
+    EXPECT_EQ(send(1), 1U);
+    EXPECT_EQ(offered.size(), 256U);
     EXPECT_EQ(destination_.counters().unsent, 1U);
 }
 
