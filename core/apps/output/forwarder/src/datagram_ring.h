@@ -12,7 +12,7 @@
 #include <semaphore.h>
 
 #include "artnet/forwarding_datagram.h"
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace forwarder {
 
@@ -87,7 +87,7 @@ private:
 
     std::vector<Slot> slots_;
     /// Readable when slots were released after await_room().
-    FileDescriptor room_event_;
+    posix::FileDescriptor room_event_;
     /// Posted to wake the reader.
     sem_t reader_wake_;
 

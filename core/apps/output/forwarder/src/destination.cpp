@@ -57,7 +57,7 @@ bool Destination::open() noexcept {
     if (socket_) {
         return true;
     }
-    socket_ = FileDescriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    socket_ = posix::FileDescriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket_) {
         return false;
     }

@@ -14,8 +14,8 @@
 
 #include "backoff.h"
 #include "endpoint.h"
-#include "file_descriptor.h"
 #include "log_limiter.h"
+#include "posix/file_descriptor.h"
 
 namespace forwarder {
 
@@ -103,7 +103,7 @@ private:
     Endpoint target_;
     Endpoint sent_to_;
     sockaddr_in address_{};
-    FileDescriptor socket_;
+    posix::FileDescriptor socket_;
     Backoff backoff_;
     LogLimiter log_limiter_{1, std::chrono::seconds{10}};
     Error fresh_error_;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace forwarder {
 
@@ -34,7 +34,7 @@ private:
     std::vector<std::string> lines_;
     /// Guarded by `mutex_`.
     std::uint64_t dropped_ = 0;
-    FileDescriptor event_;
+    posix::FileDescriptor event_;
 };
 
 }  // namespace forwarder

@@ -33,7 +33,7 @@ void log(const std::string& line) {
 
 /// Turns the signals of interest into something to read. Must come before any thread, which inherits the
 /// mask.
-FileDescriptor block_signals() {
+posix::FileDescriptor block_signals() {
     sigset_t handled;
     sigemptyset(&handled);
     for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) {
@@ -42,7 +42,7 @@ FileDescriptor block_signals() {
     sigset_t blocked = handled;
     sigaddset(&blocked, SIGPIPE);  // a reader of the reports that goes away must not end the forwarding
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    FileDescriptor descriptor(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
+    posix::FileDescriptor descriptor(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!descriptor) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }
@@ -75,7 +75,7 @@ std::optional<int> open_sockets(const Options& options, Sockets& sockets) {
 /// Threads and what they share, in the order in which they depend on each other.
 class Forwarder {
 public:
-    Forwarder(const Options& options, const Sockets& sockets, FileDescriptor signals)
+    Forwarder(const Options& options, const Sockets& sockets, posix::FileDescriptor signals)
         : sockets_(sockets),
           json_(options.json),
           signals_(std::move(signals)),
@@ -144,7 +144,7 @@ private:
 
     const Sockets& sockets_;
     bool json_;
-    FileDescriptor signals_;
+    posix::FileDescriptor signals_;
     WatchStatistics statistics_;
     LogQueue log_queue_;
     DatagramRing ring_;
@@ -163,7 +163,7 @@ int run_program(int argc, const char* const* argv) {
         return *parsed.exit_status;
     }
     try {
-        FileDescriptor signals = block_signals();
+        posix::FileDescriptor signals = block_signals();
         Sockets sockets;
         if (const auto status = open_sockets(parsed.options, sockets)) {
             return *status;

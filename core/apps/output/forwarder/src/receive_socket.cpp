@@ -115,7 +115,7 @@ std::string receive_buffer_advice(int bytes) {
 
 std::optional<ReceiveSocket::Failure> ReceiveSocket::open(std::uint16_t port) {
     port_ = port;
-    socket_ = FileDescriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    socket_ = posix::FileDescriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket_) {
         return refused("create a socket", port);
     }
@@ -138,7 +138,7 @@ std::optional<ReceiveSocket::Failure> ReceiveSocket::open(std::uint16_t port) {
     }
     if (is_bound_on_loopback(udp_table(), port, own)) {
         // Given back at once, so that it takes none of the other's datagrams any more.
-        socket_ = FileDescriptor();
+        socket_ = posix::FileDescriptor();
         return taken_at_once(port);
     }
     return std::nullopt;

@@ -9,7 +9,7 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace forwarder {
 
@@ -62,7 +62,7 @@ public:
     [[nodiscard]] std::uint64_t kernel_drops() const noexcept;
 
 private:
-    FileDescriptor socket_;
+    posix::FileDescriptor socket_;
     std::uint16_t port_ = 0;
     int receive_buffer_ = 0;
     /// Written by the receive thread, read by any.

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "datagram_ring.h"
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 #include "receive_socket.h"
 
 namespace forwarder {
@@ -71,7 +71,7 @@ private:
     /// Written by the receive thread, read by any.
     std::atomic<std::uint64_t> left_behind_{0};
     /// Readable once the thread is to end.
-    FileDescriptor stop_event_;
+    posix::FileDescriptor stop_event_;
     std::thread thread_;
 };
 

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 #include "support/child_program.h"
 #include "udp_peer.h"
 
@@ -37,7 +37,7 @@ public:
             return;
         }
         // Held open, so that it outlives the program.
-        slave_ = forwarder::FileDescriptor(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+        slave_ = posix::FileDescriptor(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
         name_ = name.data();
     }
 
@@ -70,8 +70,8 @@ public:
 private:
     inline static const std::string kNone;
 
-    forwarder::FileDescriptor master_;
-    forwarder::FileDescriptor slave_;
+    posix::FileDescriptor master_;
+    posix::FileDescriptor slave_;
     std::string name_;
     std::string text_;
 };

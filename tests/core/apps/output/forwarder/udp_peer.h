@@ -19,7 +19,7 @@
 
 #include "artnet/forwarding_datagram.h"
 #include "endpoint.h"
-#include "file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace tests {
 
@@ -127,7 +127,7 @@ public:
     }
 
 private:
-    forwarder::FileDescriptor socket_;
+    posix::FileDescriptor socket_;
     std::uint16_t port_ = 0;
 };
 

@@ -5,7 +5,7 @@
 
 #include <unistd.h>
 
-namespace forwarder {
+namespace posix {
 
 /// Closes its descriptor; movable, empty as -1.
 class FileDescriptor {
@@ -37,4 +37,4 @@ private:
     int descriptor_ = -1;
 };
 
-}  // namespace forwarder
+}  // namespace posix
