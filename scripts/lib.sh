@@ -39,6 +39,8 @@ ensure_packages() {
 
 # use_ccache: sets launcher_options to have the compiler cached where ccache is installed.
 launcher_options=()
+# Objects that use the tests' precompiled headers are cached, too.
+export CCACHE_SLOPPINESS=pch_defines,time_macros
 if command -v ccache >/dev/null; then
     launcher_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
