@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint32_t kBlockSize = 512;
+constexpr std::uint32_t kBlockSize = kRecordingBlockSize;
 /// "Art-Net" and its terminating zero.
 constexpr char kIdentifier[] = "Art-Net";
 constexpr std::uint32_t kIdentifierSize = sizeof kIdentifier;
@@ -41,6 +41,9 @@ void ArtNetParser::parse(const char* path, std::error_code& ec) {
 void ArtNetParser::parse(std::istream& in, std::error_code& ec) {
     running_ = true;
     bool any_found = false;
+    block_begin_ = 0;
+    filled_ = 0;
+    packet_offset_ = 0;
     fill_buffer_without_check(in);
     header_matched_ = 0;
     packet_counter = 0;
@@ -81,6 +84,8 @@ void ArtNetParser::parse_unknown(ArtHeader& header, std::istream& /*in*/, std::e
 void ArtNetParser::fill_buffer_without_check(std::istream& in) {
     buffer_pos_ = 0;
     in.read(buffer_.data(), kBlockSize);
+    block_begin_ += filled_;
+    filled_ = last_count(in);
 }
 
 void ArtNetParser::populate_buffer(std::istream& in, std::error_code& ec) {
@@ -115,6 +120,7 @@ bool ArtNetParser::search() {
     }
     buffer_pos_ = pos;
     header_matched_ = 0;
+    packet_offset_ = block_begin_ + pos - kIdentifierSize;
     return true;
 }
 

@@ -53,6 +53,21 @@ public:
     std::uint32_t packet_counter = 0;
 
     /**
+     * Offset of the identifier of the packet found last, from where parse() began; 0 before any.
+     *
+     * Within a callback that is the current packet; after parse(), the last one, also where it was cut short.
+     * A packet that repeats from the stale tail has no place in the input: its offset is at or beyond the
+     * input's size, by as much as it lies behind the last block's end in the buffer.
+     */
+    [[nodiscard]] std::uint64_t packet_offset() const noexcept { return packet_offset_; }
+
+    /// Within a callback: whether the packet, or the end of it, was taken from the stale tail.
+    [[nodiscard]] bool packet_is_stale() const noexcept { return buffer_pos_ > filled_; }
+
+    /// Bytes read from the input so far, for showing progress.
+    [[nodiscard]] std::uint64_t bytes_read() const noexcept { return block_begin_ + filled_; }
+
+    /**
      * Parses a file, or anything else that can be opened and read; a FIFO is parsed as its data arrive.
      *
      * @param ec  clear on entry; input_file_not_found when the file cannot be opened, otherwise as below.
@@ -112,6 +127,11 @@ private:
     std::uint32_t buffer_pos_ = 0;
     /// Identifier bytes matched so far, 0 to 8.
     std::uint32_t header_matched_ = 0;
+    /// Where the current block begins, from where parse() began.
+    std::uint64_t block_begin_ = 0;
+    /// Bytes of the current block that the last fill has read, 0 to 512; what follows is stale.
+    std::uint32_t filled_ = 0;
+    std::uint64_t packet_offset_ = 0;
     /// The current block, always 512 bytes.
     std::vector<char> buffer_;
     /// The identifier bytes as they were matched, always 8 bytes.

@@ -19,6 +19,10 @@ inline constexpr std::size_t kDmxHeaderSize = 18;
 /// Protocol version of every packet that carries one.
 inline constexpr std::uint8_t kProtocolVersion = 14;
 
+/// Recordings are read in blocks of this size, and what an incomplete last one leaves of the block before is
+/// read again: a recording is to be filled up to a multiple of it.
+inline constexpr std::uint32_t kRecordingBlockSize = 512;
+
 /// Common front of every packet.
 struct ArtHeader {
     /// "Art-Net" and its terminating zero.
@@ -91,6 +95,15 @@ struct ArtDmx {
     std::uint16_t Length;
     /// The first Length bytes are valid, the others undefined.
     std::array<std::uint8_t, kMaxDmxChannels> Data;
+};
+
+/// Asks nodes to put out together what they have received of a frame. Nothing is converted.
+struct ArtSync {
+    ArtHeader Header;
+    std::uint8_t ProtVerHi;
+    std::uint8_t ProtVerLo;
+    std::uint8_t Aux1;
+    std::uint8_t Aux2;
 };
 
 #pragma pack(push, 1)
@@ -180,6 +193,10 @@ ARTNET_AT(ArtDmx, SubUni, 14);
 ARTNET_AT(ArtDmx, Net, 15);
 ARTNET_AT(ArtDmx, Length, 16);
 ARTNET_AT(ArtDmx, Data, 18);
+
+static_assert(sizeof(ArtSync) == 14);
+ARTNET_AT(ArtSync, ProtVerHi, 10);
+ARTNET_AT(ArtSync, Aux2, 13);
 
 static_assert(sizeof(ArtOemVfps) == 14);
 ARTNET_AT(ArtOemVfps, Milliseconds, 10);

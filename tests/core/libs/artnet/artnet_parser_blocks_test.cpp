@@ -41,6 +41,19 @@ std::vector<std::string> scan_byte_by_byte(const std::string& input) {
     return events;
 }
 
+/// Offsets of the ArtDmx packets found, those from the stale tail with an asterisk.
+std::vector<std::string> offsets_of(const Recording& recording) {
+    std::vector<std::string> offsets;
+    ArtNetParser parser;
+    parser.on_artdmx = [&](ArtDmx&) {
+        offsets.push_back(std::to_string(parser.packet_offset()) + (parser.packet_is_stale() ? "*" : ""));
+    };
+    std::istringstream in(recording.text());
+    std::error_code ec;
+    parser.parse(in, ec);
+    return offsets;
+}
+
 }  // namespace
 
 TEST(ArtNetParserBlocksTest, AnIdentifierSplitAtTheBorderIsFoundAtEverySplit) {
@@ -217,4 +230,50 @@ TEST(ArtNetParserBlocksTest, AnIdentifierThatEndsWithTheInputHasNoOpcode) {
     const Parsed parsed = parse_recording(Recording{}.dmx(1, {1}).raw("Art-Net\0"sv));
     EXPECT_THAT(parsed.events, ElementsAre("0 dmx 1: 1"));
     EXPECT_EQ(parsed.ec.value(), 2);
+}
+
+TEST(ArtNetParserBlocksTest, OffsetsAreThoseOfTheIdentifiersWhereverTheBordersLie) {
+    for (std::size_t before = 0; before <= 24; ++before) {
+        const auto recording =
+            Recording{}.fill_to(2 * kBlock - before, kFiller).dmx(1, {1, 2}).dmx(1, {3}).fill_to(3 * kBlock);
+        EXPECT_THAT(offsets_of(recording), ElementsAre(std::to_string(2 * kBlock - before),
+                                                       std::to_string(2 * kBlock - before + 20)))
+            << before << " bytes before the border";
+    }
+}
+
+TEST(ArtNetParserBlocksTest, OffsetsOfStalePacketsLieBehindTheEndOfTheInput) {
+    // 17 packets of 32 bytes are 544; packet 1 of the first block, at byte 32 of the buffer, is the first to
+    // be found again.
+    Recording recording;
+    for (int packet = 0; packet < 17; ++packet) {
+        recording.dmx(packet, std::vector<std::uint8_t>(14, 0));
+    }
+    const std::vector<std::string> offsets = offsets_of(recording);
+    ASSERT_EQ(offsets.size(), 32U);
+    EXPECT_EQ(offsets[16], "512");
+    EXPECT_EQ(offsets[17], "544*");
+    EXPECT_EQ(offsets[31], "992*");
+}
+
+TEST(ArtNetParserBlocksTest, AfterwardsTheOffsetIsThatOfThePacketThatIsCutShortAndAllIsRead) {
+    ArtNetParser parser;
+    std::istringstream in(Recording{}.dmx(1, {1}).dmx(2, {2, 3}).cut_to(38).text());
+    std::error_code ec;
+    parser.parse(in, ec);
+    EXPECT_EQ(ec.value(), 2);
+    EXPECT_EQ(parser.packet_offset(), 19U);
+    EXPECT_EQ(parser.bytes_read(), 38U);
+}
+
+TEST(ArtNetParserBlocksTest, ASecondParseCountsItsOffsetsAnew) {
+    ArtNetParser parser;
+    const std::string text = Recording{}.fill_to(kBlock, kFiller).dmx(1, {1}).fill_to(2 * kBlock).text();
+    for (int round = 0; round < 2; ++round) {
+        std::istringstream in(text);
+        std::error_code ec;
+        parser.parse(in, ec);
+        EXPECT_EQ(parser.packet_offset(), kBlock);
+        EXPECT_EQ(parser.bytes_read(), 2 * kBlock);
+    }
 }
