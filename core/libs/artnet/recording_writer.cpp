@@ -1,6 +1,7 @@
 #include "artnet/recording_writer.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstring>
@@ -10,6 +11,11 @@
 #include "artnet/universe.h"
 
 namespace {
+
+constexpr std::array<std::uint8_t, sizeof ArtHeader::ID> kIdentifier{'A', 'r', 't', '-', 'N', 'e', 't', 0};
+
+/// In no identifier.
+constexpr std::uint8_t kSeparator = 0xFF;
 
 ArtHeader make_header(std::uint16_t opcode) {
     return {.ID = {'A', 'r', 't', '-', 'N', 'e', 't', '\0'}, .OpCode = opcode};
@@ -48,9 +54,33 @@ void append_artoemvfpsns(std::vector<std::uint8_t>& out, std::uint64_t nanosecon
     append(out, ArtOemVfpsNs{make_header(opcode::kOemVfpsNs), nanoseconds});
 }
 
+void append_artsync(std::vector<std::uint8_t>& out) {
+    append(out, ArtSync{make_header(opcode::kSync), 0, kProtocolVersion, 0, 0});
+}
+
+std::size_t recording_padding(std::uint64_t size) noexcept {
+    return (kRecordingBlockSize - size % kRecordingBlockSize) % kRecordingBlockSize;
+}
+
+bool ends_in_identifier_part(std::span<const std::uint8_t> bytes) noexcept {
+    const std::span identifier(kIdentifier);
+    for (std::size_t size = std::min(bytes.size(), identifier.size() - 1); size > 0; --size) {
+        if (std::ranges::equal(bytes.last(size), identifier.first(size))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 RecordingWriter& RecordingWriter::dmx(std::uint16_t universe, std::span<const std::uint8_t> levels,
                                       std::uint8_t sequence) {
     append_artdmx(packet_, universe, levels, sequence);
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::raw_dmx(std::span<const std::uint8_t> packet) {
+    assert(packet.size() >= kDmxHeaderSize);
+    packet_.assign(packet.begin(), packet.end());
     return flush_packet();
 }
 
@@ -65,8 +95,27 @@ RecordingWriter& RecordingWriter::frame_delay_ms(std::uint32_t milliseconds) {
     return flush_packet();
 }
 
+RecordingWriter& RecordingWriter::sync() {
+    append_artsync(packet_);
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::raw(std::span<const std::uint8_t> packet) {
+    packet_.assign(packet.begin(), packet.end());
+    if (ends_in_identifier_part(packet_)) {
+        packet_.push_back(kSeparator);
+    }
+    return flush_packet();
+}
+
+RecordingWriter& RecordingWriter::pad() {
+    packet_.assign(recording_padding(size_), 0);
+    return flush_packet();
+}
+
 RecordingWriter& RecordingWriter::flush_packet() {
     out_.write(reinterpret_cast<const char*>(packet_.data()), static_cast<std::streamsize>(packet_.size()));
+    size_ += packet_.size();
     packet_.clear();
     return *this;
 }

@@ -12,9 +12,6 @@ namespace demo {
 
 namespace {
 
-/// The parser reads blocks of this size and scans what an earlier block left behind a short last one.
-constexpr std::size_t kBlock = 512;
-
 /// A timing that a fixed rate must overrule; playing by it would be plain to see.
 constexpr std::uint32_t kIgnoredMilliseconds = 999;
 
@@ -95,10 +92,8 @@ std::string recording_of(const PlaylistPlan& plan) {
         }
         write_frame_time(writer, plan, frame);
     }
-    std::string bytes = stream.str();
-    // Filled up with zeros, which hold no identifier: a whole last block leaves no packet to be found twice.
-    bytes.resize((bytes.size() + kBlock - 1) / kBlock * kBlock);
-    return bytes;
+    writer.pad();
+    return stream.str();
 }
 
 void write_sample_show(const std::filesystem::path& directory, std::uint16_t port) {

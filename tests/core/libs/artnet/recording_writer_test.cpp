@@ -6,8 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "parsed.h"
+
 using testing::ElementsAre;
 using namespace std::chrono_literals;
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -61,4 +64,56 @@ TEST(RecordingWriterTest, AppendingKeepsWhatIsThere) {
     ASSERT_EQ(bytes.size(), 16U);
     EXPECT_EQ(bytes[0], 1);
     EXPECT_EQ(bytes[2], 'A');
+}
+
+TEST(RecordingWriterTest, SyncPacketHasItsFourteenBytes) {
+    std::ostringstream out;
+    RecordingWriter(out).sync();
+    EXPECT_THAT(written(out), ElementsAre('A', 'r', 't', '-', 'N', 'e', 't', 0, 0x00, 0x52, 0, 14, 0, 0));
+}
+
+TEST(RecordingWriterTest, PaddingFillsUpToWholeBlocksAndAddsNothingToThem) {
+    for (const std::size_t channels : {0U, 1U, 475U, 476U, 477U}) {
+        std::ostringstream out;
+        RecordingWriter writer(out);
+        writer.dmx(1, std::vector<std::uint8_t>(channels, 1)).frame_delay(1ns).pad();
+        const std::size_t packets = 18 + channels + 18;
+        const std::size_t expected = packets <= 512 ? 512 : 1024;
+        EXPECT_EQ(out.str().size(), expected) << channels;
+        EXPECT_EQ(writer.size(), expected);
+        EXPECT_EQ(out.str().find_first_not_of('\0', packets), std::string::npos);
+        writer.pad();
+        EXPECT_EQ(writer.size(), expected) << "padded twice";
+    }
+}
+
+TEST(RecordingWriterTest, APaddedRecordingRepeatsNothing) {
+    std::ostringstream out;
+    RecordingWriter writer(out);
+    for (int packet = 0; packet < 17; ++packet) {
+        writer.dmx(1, std::vector<std::uint8_t>(14, 'A'));
+    }
+    writer.pad();
+    EXPECT_EQ(parse_recording(Recording{}.raw(out.str())).events.size(), 17U);
+}
+
+TEST(RecordingWriterTest, ARawPacketThatEndsInAPartOfAnIdentifierDoesNotHideTheNextOne) {
+    // Of an unknown type, so that the reader searches its body.
+    for (const std::string_view end : {"A"sv, "Ar"sv, "Art-Ne"sv, "Art-Net"sv, "xA"sv, "ArA"sv, "none"sv}) {
+        std::ostringstream out;
+        RecordingWriter writer(out);
+        const std::vector<std::uint8_t> packet = Recording{}.header(0x1234).raw(end).bytes();
+        writer.raw(packet).dmx(7, std::vector<std::uint8_t>{1}).raw(packet).pad();
+        EXPECT_THAT(parse_recording(Recording{}.raw(out.str())).events,
+                    ElementsAre("0 unknown 0x1234", "1 dmx 7: 1", "2 unknown 0x1234"))
+            << end;
+    }
+}
+
+TEST(RecordingWriterTest, ARawDmxPacketIsWrittenAsItStands) {
+    const std::vector<std::uint8_t> packet = Recording{}.dmx(3, {'A'}).bytes();
+    std::ostringstream out;
+    RecordingWriter(out).raw_dmx(packet).raw_dmx(packet);
+    const std::string once(packet.begin(), packet.end());
+    EXPECT_EQ(out.str(), once + once);
 }
