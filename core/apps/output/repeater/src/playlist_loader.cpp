@@ -12,6 +12,7 @@
 #include <QString>
 
 #include "artnet/artnet_parser.h"
+#include "artnet/recording_timing.h"
 #include "artnet/records.h"
 #include "ondra/logger.h"
 #include "ondra/thread_name.h"
@@ -22,9 +23,6 @@ namespace {
 
 /// Playback may begin once more than this is stored.
 constexpr ondra::Clock::duration kReadyAfter = 50ms;
-
-/// What the last packet of a recording with its own timing waits: nothing follows that could tell.
-constexpr ondra::Clock::duration kLastPacketDelay = 30ms;
 
 constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 
@@ -153,7 +151,7 @@ bool PlaylistLoader::load_effect(Playlist& playlist, int effect_index) {
         return false;
     }
     if (!effect.fixed_fps && pending_valid_) {
-        pending_.delay = kLastPacketDelay;
+        pending_.delay = kLastFrameTime;
     }
     flush_pending_packet(playlist, effect_index, true);
     playlist.loaded_effects_.fetch_add(1, std::memory_order_release);
