@@ -1,0 +1,34 @@
+// cuewright-recording: makes, inspects and edits recordings of Art-Net.
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/program.h"
+#include "generate_command.h"
+
+namespace {
+
+constexpr const char* kDescription =
+    "Makes, inspects and edits recordings of Art-Net, as the playback service plays them.";
+
+constexpr const char* kFooter =
+    R"(Each command has a help of its own: cuewright-recording COMMAND --help
+
+Exit status:
+  0  done
+  1  it could not be done
+  2  the command line is wrong
+)";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{kDescription, "cuewright-recording"};
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    std::function<int()> chosen;
+    // In the order of the help. Each sets `chosen` when it is the command that was given.
+    recording::add_generate_command(app, chosen);
+    return cli::run(app, argc, argv, [&chosen] { return chosen(); });
+}
