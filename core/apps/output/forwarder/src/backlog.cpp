@@ -35,10 +35,16 @@ void Backlog::add(Destination& destination, std::span<const iovec> packets, Cloc
 
 std::span<Destination* const> Backlog::retry(Clock::time_point now) {
     tried_.clear();
-    for (auto& [destination, queue] : waiting_) {
-        offer(*destination, queue, now);
-        tried_.push_back(destination);
+    // Where the room is an interface's and not their own, the first take all of it; so each is first in turn.
+    auto next = waiting_.upper_bound(first_of_last_retry_);
+    for (std::size_t i = 0; i < waiting_.size(); ++i, ++next) {
+        if (next == waiting_.end()) {
+            next = waiting_.begin();
+        }
+        offer(*next->first, next->second, now);
+        tried_.push_back(next->first);
     }
+    first_of_last_retry_ = tried_.empty() ? nullptr : tried_.front();
     std::erase_if(waiting_, [](const auto& entry) { return entry.second.packets.empty(); });
     next_retry_ = now + kRetryAfter;
     return tried_;

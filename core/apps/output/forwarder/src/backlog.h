@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <map>
 #include <span>
 #include <vector>
@@ -68,8 +69,10 @@ private:
 
     Clock::duration patience_;
     Clock::time_point next_retry_;
+    /// Only compared, never looked into.
+    const Destination* first_of_last_retry_ = nullptr;
     /// No queue is empty.
-    std::map<Destination*, Queue> waiting_;
+    std::map<Destination*, Queue, std::less<>> waiting_;
     /// Packets in all queues.
     std::size_t size_ = 0;
     /// Scratch, reused.

@@ -6,6 +6,8 @@
 
 #include <netinet/in.h>
 
+#include "socket_filter.h"
+
 namespace forwarder {
 
 namespace {
@@ -13,8 +15,8 @@ namespace {
 /// Room for a burst of 2,000 packets on a slow interface. The kernel cuts it to its limit, and its default
 /// limit still exceeds what it lets wait for one unresolved address.
 constexpr int kSendBuffer = 4 * 1024 * 1024;
-/// Only error reports are ever read from these sockets; whatever else is sent to them is dropped early.
-constexpr int kReceiveBuffer = 16 * 1024;
+/// Room for error reports; a send that fails empties it.
+constexpr int kReceiveBuffer = 64 * 1024;
 /// Tries of one packet while the errors may be about earlier ones.
 constexpr int kMostTries = 4;
 /// The same where they may be about other addresses: when the kernel gives up one that does not answer, it
@@ -66,6 +68,9 @@ bool Destination::open() noexcept {
     set_option(socket_.get(), SOL_SOCKET, SO_SNDBUFFORCE, kSendBuffer);
     set_option(socket_.get(), SOL_SOCKET, SO_RCVBUF, kReceiveBuffer);
     set_option(socket_.get(), IPPROTO_IP, IP_RECVERR, 1);
+    // Nobody reads what nodes answer to this port. Left to wait, it would take the room of the error reports,
+    // and a late error could no longer be charged to the address that it is about.
+    refuse_datagrams(socket_.get());
     return true;
 }
 

@@ -137,7 +137,11 @@ private:
     }
 
     void write_log() {
-        for (const std::string& line : log_queue_.take()) {
+        const std::vector<std::string> lines = log_queue_.take();
+        if (!lines.empty() && watch_) {
+            watch_->leave_screen();  // where the next view would draw over them
+        }
+        for (const std::string& line : lines) {
             log(line);
         }
     }

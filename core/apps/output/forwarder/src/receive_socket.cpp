@@ -9,12 +9,12 @@
 #include <sstream>
 #include <system_error>
 
-#include <linux/filter.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <sys/stat.h>
 
 #include "endpoint.h"
+#include "socket_filter.h"
 #include "text.h"
 
 namespace forwarder {
@@ -147,9 +147,7 @@ std::optional<ReceiveSocket::Failure> ReceiveSocket::open(std::uint16_t port) {
 void ReceiveSocket::refuse_more() noexcept {
     // Shutting down or closing it would take what it holds, too; a filter looks at newcomers only. Without
     // one the socket stays open, and its reader's deadline is what ends the reading.
-    sock_filter nothing_passes{BPF_RET | BPF_K, 0, 0, 0};
-    const sock_fprog filter{1, &nothing_passes};
-    setsockopt(socket_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
+    refuse_datagrams(socket_.get());
 }
 
 void ReceiveSocket::note_drops(msghdr& message) noexcept {

@@ -112,6 +112,9 @@ void Receiver::run() {
     }
     const pollfd& stop = waits[1];
     bool ring_full = false;
+    // Who is asked first changes: the room that a busy sender makes is used up by the first with much to
+    // read.
+    std::size_t first = 0;
     while (stop.revents == 0) {
         const bool no_room = ring_full && ring_.await_room();
         const auto waited_for = no_room ? std::span(waits).first(2) : std::span(waits).subspan(1);
@@ -119,7 +122,9 @@ void Receiver::run() {
             continue;
         }
         ring_full = false;
-        for (std::size_t i = 0; i < sockets_.size(); ++i) {
+        first = (first + 1) % sockets_.size();
+        for (std::size_t turn = 0; turn < sockets_.size(); ++turn) {
+            const std::size_t i = (first + turn) % sockets_.size();
             // After a wait for room the sockets were not looked at; they held something before it.
             if (no_room || waits[i + 2].revents != 0) {
                 ring_full = drain(*sockets_[i], *batch) == Found::RingFull || ring_full;

@@ -76,15 +76,7 @@ std::uint64_t Report::rejected_in_all() const {
 Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, const Receiver& receiver,
                    const Sender& sender) {
     Report report;
-    for (const auto& socket : sockets) {
-        report.ports.push_back(
-            {socket->port(), socket->received(), socket->kernel_drops(), socket->receive_buffer()});
-    }
-    report.left_behind = receiver.left_behind();
-    report.accepted = sender.accepted();
-    for (std::size_t i = 0; i < kFaults; ++i) {
-        report.rejected[i] = sender.rejected(fault_at(i));
-    }
+    // Read against the flow, so that no datagram is seen further on than where it is counted first.
     const DestinationTable& table = sender.destinations();
     const std::size_t count = table.size();
     for (std::size_t i = 0; i < count; ++i) {
@@ -96,6 +88,15 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
     }
     if (sender.tee()) {
         report.tee = {sender.tee()->target(), sender.tee()->sent_to(), sender.tee()->counters()};
+    }
+    for (std::size_t i = 0; i < kFaults; ++i) {
+        report.rejected[i] = sender.rejected(fault_at(i));
+    }
+    report.accepted = sender.accepted();
+    report.left_behind = receiver.left_behind();
+    for (const auto& socket : sockets) {
+        report.ports.push_back(
+            {socket->port(), socket->received(), socket->kernel_drops(), socket->receive_buffer()});
     }
     return report;
 }

@@ -100,6 +100,16 @@ TEST_F(BacklogTest, MoreThanOneBatchGoesInOneRetry) {
     EXPECT_TRUE(std::ranges::is_sorted(taken));
 }
 
+TEST_F(BacklogTest, RoomThatDestinationsShareGoesToEachInTurn) {
+    add(destination_, 0, 2);
+    add(other_, 100, 102);
+    for (int i = 0; i < 4; ++i) {
+        room = 1;
+        backlog_.retry(kNow);
+    }
+    EXPECT_THAT(taken, testing::UnorderedElementsAre(0, 1, 100, 101));
+}
+
 TEST_F(BacklogTest, OldestPacketsOfTheSameDestinationGoWhenThereAreTooMany) {
     constexpr int kMost = Backlog::kMostOfOne;
     add(other_, 5000, 5000);

@@ -89,6 +89,20 @@ protected:
     Destination destination_;
 };
 
+TEST_F(DestinationTest, AnswersOfNodesAreNotKept) {
+    // Unread, they would take the room of the error reports.
+    ASSERT_EQ(send(1), 1U);
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    ASSERT_EQ(getsockname(destination_.descriptor(), reinterpret_cast<sockaddr*>(&own), &size), 0);
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(peer_.send(ntohs(own.sin_port), packet_));
+    }
+    char byte = 0;
+    EXPECT_EQ(recv(destination_.descriptor(), &byte, 1, MSG_DONTWAIT), -1);
+    EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST_F(DestinationTest, PacketsArriveUnchangedAndAreCounted) {
     EXPECT_EQ(send(3), 3U);
     for (int i = 0; i < 3; ++i) {

@@ -123,6 +123,14 @@ TEST_F(ForwarderTerminalTest, ReportOnRequestStandsOnTheFirstScreenAndTheViewCom
     ASSERT_TRUE(terminal_.read_until_text(std::string(kEnter) + kHome + "received 0", report));
 }
 
+TEST_F(ForwarderTerminalTest, LogLineIsWrittenOnTheFirstScreenWhereItStays) {
+    ChildProgram program(command("--watch"));
+    ASSERT_TRUE(terminal_.read_until_text("no universe seen yet")) << program.error_output();
+    UdpPeer().send(port_, {1, 2, 3});
+    ASSERT_TRUE(terminal_.read_until_text(kLeave)) << program.error_output();
+    EXPECT_TRUE(terminal_.read_until_text(kEnter, terminal_.text().find(kLeave))) << "the view comes back";
+}
+
 TEST_F(ForwarderTerminalTest, EndGivesTheScreenBackBeforeTheLastReport) {
     for (const int signal : {SIGINT, SIGTERM}) {
         Terminal terminal(100, 30);

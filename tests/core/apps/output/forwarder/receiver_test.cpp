@@ -86,6 +86,18 @@ TEST_F(ReceiverTest, OtherSocketsAreServedAfterAWaitForRoomToo) {
     EXPECT_THAT(read_marks(ring, 4), testing::UnorderedElementsAre(0, 1, 2, 3));
 }
 
+TEST_F(ReceiverTest, PortThatFillsTheRingDoesNotKeepTheOthersOut) {
+    for (unsigned char i = 0; i < 40; ++i) {
+        ASSERT_TRUE(peer_.send(sockets_[0]->port(), {i}));
+        ASSERT_TRUE(peer_.send(sockets_[1]->port(), {200}));
+    }
+    DatagramRing ring(2);
+    Receiver receiver(sockets_, ring);
+    const std::vector<int> marks = read_marks(ring, 20);
+    EXPECT_THAT(marks, testing::Contains(200));
+    EXPECT_THAT(marks, testing::Contains(0));
+}
+
 TEST_F(ReceiverTest, StopWaitsForRoomSoThatAllThatHasArrivedIsTakenIn) {
     DatagramRing ring(4);
     Receiver receiver(sockets_, ring);
