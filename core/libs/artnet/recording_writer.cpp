@@ -1,7 +1,6 @@
 #include "artnet/recording_writer.h"
 
 #include <algorithm>
-#include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstring>
@@ -11,8 +10,6 @@
 #include "artnet/universe.h"
 
 namespace {
-
-constexpr std::array<std::uint8_t, sizeof ArtHeader::ID> kIdentifier{'A', 'r', 't', '-', 'N', 'e', 't', 0};
 
 /// In no identifier.
 constexpr std::uint8_t kSeparator = 0xFF;
@@ -63,7 +60,7 @@ std::size_t recording_padding(std::uint64_t size) noexcept {
 }
 
 bool ends_in_identifier_part(std::span<const std::uint8_t> bytes) noexcept {
-    const std::span identifier(kIdentifier);
+    const std::span identifier(kArtNetIdentifier);
     for (std::size_t size = std::min(bytes.size(), identifier.size() - 1); size > 0; --size) {
         if (std::ranges::equal(bytes.last(size), identifier.first(size))) {
             return true;

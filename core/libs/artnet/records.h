@@ -19,6 +19,9 @@ inline constexpr std::size_t kDmxHeaderSize = 18;
 /// Protocol version of every packet that carries one.
 inline constexpr std::uint8_t kProtocolVersion = 14;
 
+/// What every packet begins with: "Art-Net" and its terminating zero.
+inline constexpr std::array<std::uint8_t, 8> kArtNetIdentifier{'A', 'r', 't', '-', 'N', 'e', 't', 0};
+
 /// Recordings are read in blocks of this size, and what an incomplete last one leaves of the block before is
 /// read again: a recording is to be filled up to a multiple of it.
 inline constexpr std::uint32_t kRecordingBlockSize = 512;
