@@ -75,9 +75,10 @@ int generate(const GenerateOptions& options) {
     out.commit();
     progress.clear();
     if (!out.is_special()) {
-        std::printf("%s: %llu frames of %zu universes, %s, of which the last frame stands 30 ms\n",
+        std::printf("%s: %llu frames of %zu universe%s, %s, of which the last frame stands 30 ms\n",
                     options.out.c_str(), static_cast<unsigned long long>(frame_count(generation)),
-                    generation.universes.size(), cli::time_text(duration).c_str());
+                    generation.universes.size(), generation.universes.size() == 1 ? "" : "s",
+                    cli::time_text(duration).c_str());
     }
     return cli::kExitGood;
 }
@@ -89,7 +90,7 @@ void add_generate_command(CLI::App& program, std::function<int()>& chosen) {
     Generation& generation = options->generation;
     CLI::App* const command = program.add_subcommand("generate", "Write a recording of a test pattern");
     command->footer(kFooter);
-    command->add_option("OUT", options->out, "Recording to write")->required();
+    command->add_option("OUT", options->out, "Recording to write")->required()->type_name("");
     command->add_option("--pattern", options->pattern, "Test pattern (default chase)")
         ->check(CLI::IsMember(kPatterns))
         ->type_name("NAME");

@@ -5,7 +5,12 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/program.h"
+#include "cut_command.h"
+#include "dump_command.h"
 #include "generate_command.h"
+#include "info_command.h"
+#include "merge_command.h"
+#include "remap_command.h"
 
 namespace {
 
@@ -30,5 +35,10 @@ int main(int argc, char** argv) {
     std::function<int()> chosen;
     // In the order of the help. Each sets `chosen` when it is the command that was given.
     recording::add_generate_command(app, chosen);
+    recording::add_info_command(app, chosen);
+    recording::add_dump_command(app, chosen);
+    recording::add_cut_command(app, chosen);
+    recording::add_merge_command(app, chosen);
+    recording::add_remap_command(app, chosen);
     return cli::run(app, argc, argv, [&chosen] { return chosen(); });
 }
