@@ -71,6 +71,10 @@ bool Destination::open() noexcept {
     // Nobody reads what nodes answer to this port. Left to wait, it would take the room of the error reports,
     // and a late error could no longer be charged to the address that it is about.
     refuse_datagrams(socket_.get());
+    if (dscp_ != 0) {
+        // The byte that was the type of service: the class in its upper six bits.
+        set_option(socket_.get(), IPPROTO_IP, IP_TOS, static_cast<int>(dscp_ << 2));
+    }
     return true;
 }
 

@@ -55,6 +55,11 @@ public:
     /// @param target   address that the packets name
     /// @param sent_to  address that they go to
     void assign(const Endpoint& target, const Endpoint& sent_to);
+    /// Marks what is sent from now on for the network's queues; 0, as at first: not marked. Before the first
+    /// send.
+    ///
+    /// @param dscp  0 to 63
+    void mark(unsigned dscp) noexcept { dscp_ = dscp; }
 
     /**
      * Aims the destination that many addresses share at the next of them; a pause meant for another ends.
@@ -104,6 +109,7 @@ private:
     Endpoint sent_to_;
     sockaddr_in address_{};
     posix::FileDescriptor socket_;
+    unsigned dscp_ = 0;
     Backoff backoff_;
     LogLimiter log_limiter_{1, std::chrono::seconds{10}};
     Error fresh_error_;

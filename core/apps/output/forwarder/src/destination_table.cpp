@@ -2,11 +2,14 @@
 
 namespace forwarder {
 
-DestinationTable::DestinationTable(std::span<const Rewrite> rewrites)
+DestinationTable::DestinationTable(std::span<const Rewrite> rewrites, unsigned dscp)
     : rewrites_(rewrites.begin(), rewrites.end()),
       storage_(std::make_unique<std::array<Destination, kMostDestinations + 1>>()),
       destinations_(*storage_) {
     index_.reserve(kMostDestinations);
+    for (Destination& destination : destinations_) {
+        destination.mark(dscp);
+    }
 }
 
 std::size_t DestinationTable::find(const Endpoint& target) {

@@ -26,7 +26,8 @@ public:
     /// Each takes a socket; together with the program's own descriptors they stay below the usual 1,024.
     static constexpr std::size_t kMostDestinations = 512;
 
-    explicit DestinationTable(std::span<const Rewrite> rewrites);
+    /// @param dscp  mark of all that is sent; 0: none
+    explicit DestinationTable(std::span<const Rewrite> rewrites, unsigned dscp = 0);
 
     /**
      * Index of the destination of `target`; kMostDestinations, the index of the shared one, when it is new

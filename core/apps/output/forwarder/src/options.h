@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "endpoint.h"
+#include "outlet.h"
 #include "rewrite.h"
 
 namespace forwarder {
@@ -29,6 +30,12 @@ struct Options {
     std::optional<Endpoint> tee;
     bool json = false;
     bool watch = false;
+    /// What is done with packets besides sending them.
+    OutletSettings outlet;
+    /// Mark of what is sent to destinations, 0 to 63; 0: none.
+    unsigned dscp = 0;
+    /// Path of the file that the counters are written to; empty: none.
+    std::string metrics;
 };
 
 /// The command line, read: either options to run with, or a text to print before leaving.

@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 
+#include "metrics_file.h"
 #include "options.h"
 #include "report.h"
 #include "text.h"
@@ -85,31 +86,42 @@ public:
         if (options.watch) {
             watch_.emplace(options.json);
         }
+        if (!options.metrics.empty()) {
+            metrics_.emplace(options.metrics);
+        }
     }
 
     /// Serves signals, log lines and the view until SIGINT or SIGTERM; then settles and reports.
     void run() {
-        Clock::time_point next_view = Clock::now();
+        Clock::time_point next_view = watch_ ? Clock::now() : Clock::time_point::max();
+        Clock::time_point next_metrics = metrics_ ? Clock::now() : Clock::time_point::max();
         while (!take_signals()) {
             write_log();
-            if (watch_ && Clock::now() >= next_view) {
+            if (Clock::now() >= next_view) {
                 watch_->show(statistics_, take_report(sockets_, receiver_, sender_));
                 next_view = Clock::now() + watch_->period();
             }
-            wait(next_view);
+            if (Clock::now() >= next_metrics) {
+                write_metrics();
+                next_metrics = Clock::now() + MetricsFile::kPeriod;
+            }
+            wait(std::min(next_view, next_metrics));
         }
         receiver_.stop();
         sender_.join();
         write_log();
+        if (metrics_) {
+            write_metrics();
+        }
         print_report();
     }
 
 private:
-    /// Sleeps until a signal, a log line or the next view, which bounds it when there is a view.
-    void wait(Clock::time_point next_view) {
+    /// Sleeps until a signal, a log line or the time, without a bound when that is the end of time.
+    void wait(Clock::time_point until) {
         int timeout = -1;
-        if (watch_) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(next_view - Clock::now());
+        if (until != Clock::time_point::max()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
             timeout = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
         }
         std::array<pollfd, 2> waits{{{signals_.get(), POLLIN, 0}, {log_queue_.descriptor(), POLLIN, 0}}};
@@ -136,6 +148,14 @@ private:
         print(json_ ? to_json(report) : to_table(report));
     }
 
+    void write_metrics() {
+        const Report report = take_report(sockets_, receiver_, sender_);
+        if (const std::string failure = metrics_->write(to_prometheus(report, metrics_->failures()));
+            !failure.empty()) {
+            log(failure);
+        }
+    }
+
     void write_log() {
         const std::vector<std::string> lines = log_queue_.take();
         if (!lines.empty() && watch_) {
@@ -156,6 +176,7 @@ private:
     Sender sender_;
     Receiver receiver_;
     std::optional<WatchOutput> watch_;
+    std::optional<MetricsFile> metrics_;
 };
 
 }  // namespace

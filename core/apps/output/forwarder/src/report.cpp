@@ -89,6 +89,9 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
     if (sender.tee()) {
         report.tee = {sender.tee()->target(), sender.tee()->sent_to(), sender.tee()->counters()};
     }
+    if (sender.outlet()) {
+        report.outlet = sender.outlet()->counters();
+    }
     for (std::size_t i = 0; i < kFaults; ++i) {
         report.rejected[i] = sender.rejected(fault_at(i));
     }
@@ -119,6 +122,14 @@ std::string to_table(const Report& report) {
     for (const Report::Port& port : report.ports) {
         table += text("port %u: received %llu, dropped by the kernel %llu, receive buffer %d bytes\n",
                       unsigned{port.port}, wide(port.received), wide(port.kernel_drops), port.receive_buffer);
+    }
+    if (report.outlet) {
+        const OutletCounters& c = *report.outlet;
+        table += text(
+            "streams %llu (packets beyond the limit %llu), re-sent %llu, ArtSync %llu, waiting %llu, "
+            "superseded %llu, dropped %llu\n",
+            wide(c.streams), wide(c.untracked), wide(c.resent), wide(c.syncs), wide(c.waiting),
+            wide(c.superseded), wide(c.dropped));
     }
     table += text("%-21s %-21s %12s %14s %9s %9s %9s %9s  %s\n", "destination", "sent to", "packets", "bytes",
                   "errors", "unsent", "waits", "rejected", "last error");
@@ -163,6 +174,13 @@ std::string to_json(const Report& report) {
     }
     if (report.tee) {
         json += R"(,"tee":)" + json_peer(*report.tee);
+    }
+    if (report.outlet) {
+        const OutletCounters& c = *report.outlet;
+        json += text(
+            R"(,"outlet":{"streams":%llu,"untracked":%llu,"resent":%llu,"syncs":%llu,"waiting":%llu,"superseded":%llu,"dropped":%llu})",
+            wide(c.streams), wide(c.untracked), wide(c.resent), wide(c.syncs), wide(c.waiting),
+            wide(c.superseded), wide(c.dropped));
     }
     return json + "}\n";
 }

@@ -15,8 +15,8 @@
 
 namespace forwarder {
 
-/// One moment's counters. Once everything is settled: received = accepted + all rejected, and accepted =
-/// packets + unsent over all destinations.
+/// One moment's counters. Once everything is settled: received = accepted + all rejected, and accepted (with
+/// an outlet, + re-sent + ArtSync) = packets + unsent over all destinations.
 struct Report {
     struct Port {
         std::uint16_t port = 0;
@@ -40,6 +40,8 @@ struct Report {
     /// Destinations beyond the table's limit, together; set when there were any.
     std::optional<Destination::Counters> others;
     std::optional<Peer> tee;
+    /// Set when an option asks for an outlet.
+    std::optional<OutletCounters> outlet;
 
     [[nodiscard]] std::uint64_t received() const;
     [[nodiscard]] std::uint64_t kernel_drops() const;

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include <pthread.h>
+#include <sys/prctl.h>
 
 #include "text.h"
 
@@ -49,7 +50,7 @@ Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchS
     : ring_(ring),
       log_(log),
       watch_(watch),
-      destinations_(options.rewrites),
+      destinations_(options.rewrites, options.dscp),
       backlog_(times.patience),
       longest_end_(times.longest_end) {
     items_.reserve(kBatch);
@@ -57,6 +58,11 @@ Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchS
     copies_.reserve(kBatch);
     if (options.tee) {
         tee_.emplace().assign(*options.tee, *options.tee);
+    }
+    if (options.outlet.any()) {
+        // Named here, since only this class knows that it is one.
+        PacketSink& sink = *this;
+        outlet_.emplace(options.outlet, sink);
     }
     thread_ = std::thread(&Sender::run, this);
     pthread_setname_np(thread_.native_handle(), "send");
@@ -81,13 +87,30 @@ std::uint64_t Sender::rejected(ForwardingFault fault) const noexcept {
 }
 
 void Sender::run() {
+    if (outlet_) {
+        // What falls due is then not late by the 50 us that the kernel may add to a sleep by default.
+        prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    }
     while (!ring_.finished()) {
-        const std::span<Slot> slots = ring_.wait_readable(kBatch, backlog_.next_retry());
+        const std::span<Slot> slots = ring_.wait_readable(kBatch, next_wake());
         process(slots);
+        if (outlet_) {
+            // The packets lie in the ring until they are sent. What has come since the last of them may
+            // still be behind them in the ring.
+            const auto now = Backoff::Clock::now();
+            outlet_->serve(now, slots.empty() ? now : slots.back().received);
+        }
         ring_.release(slots.size());
         retry_backlog();
     }
+    if (outlet_) {
+        settle_outlet();
+    }
     settle_backlog();
+}
+
+Backoff::Clock::time_point Sender::next_wake() const noexcept {
+    return outlet_ ? std::min(backlog_.next_retry(), outlet_->next_due()) : backlog_.next_retry();
 }
 
 void Sender::process(std::span<Slot> slots) {
@@ -109,7 +132,11 @@ void Sender::process(std::span<Slot> slots) {
         while (end < items_.size() && items_[end].destination == index) {
             ++end;
         }
-        offer(destinations_[index], std::span(packets_).subspan(begin, end - begin), now);
+        if (outlet_) {
+            shape(std::span(items_).subspan(begin, end - begin), slots, now);
+        } else {
+            offer(destinations_[index], std::span(packets_).subspan(begin, end - begin), now);
+        }
         begin = end;
     }
     if (tee_) {
@@ -156,9 +183,31 @@ void Sender::reject(ForwardingFault fault, std::size_t size) {
     }
 }
 
+void Sender::shape(std::span<const Item> items, std::span<Slot> slots, Backoff::Clock::time_point now) {
+    for (const Item& item : items) {
+        const Slot& slot = slots[item.slot];
+        outlet_->arrive(item.destination, slot.bytes().subspan(artnet::kForwardingHeaderSize), slot.received,
+                        now);
+    }
+    outlet_->flush(now);
+}
+
+void Sender::deliver(std::size_t destination, std::span<const iovec> packets,
+                     Backoff::Clock::time_point now) {
+    offer(destinations_[destination], packets, now);
+}
+
+void Sender::lose(std::size_t destination, std::size_t packets) {
+    destinations_[destination].count_unsent(packets);
+}
+
 void Sender::send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now) {
     Destination& shared = destinations_[DestinationTable::kMostDestinations];
     shared.retarget(destinations_.rewritten_target(item.target));
+    if (outlet_) {
+        packet.iov_len =
+            outlet_->pass({static_cast<const unsigned char*>(packet.iov_base), packet.iov_len}).size();
+    }
     if (shared.send({&packet, 1}, now) == 0) {
         shared.give_up(1, now);
     }
@@ -190,6 +239,19 @@ void Sender::retry_backlog() {
     for (Destination* destination : backlog_.retry(now)) {
         report_error(*destination, now);
     }
+}
+
+void Sender::settle_outlet() {
+    auto now = Backoff::Clock::now();
+    const auto deadline = now + longest_end_;
+    outlet_->finish(now);
+    while (!outlet_->idle() && now < deadline) {
+        std::this_thread::sleep_until(std::min(next_wake(), deadline));
+        retry_backlog();
+        now = Backoff::Clock::now();
+        outlet_->serve(now, now);
+    }
+    outlet_->give_up();
 }
 
 void Sender::settle_backlog() {

@@ -20,6 +20,7 @@
 #include "destination_table.h"
 #include "log_queue.h"
 #include "options.h"
+#include "outlet.h"
 #include "watch_statistics.h"
 
 namespace forwarder {
@@ -34,12 +35,13 @@ static_assert(static_cast<std::size_t>(artnet::ForwardingFault::Identifier) == k
 
 /**
  * Owns the send thread. It sleeps on the ring without a bound; a datagram or the ring's close ends that, or
- * the next try of a backlog. It waits for nothing else: what a destination's full queue does not take goes
- * into the backlog, and the next datagrams of the ring are served.
+ * the next try of a backlog, or what falls due in the outlet, which there is only where an option asks for
+ * it. It waits for nothing else: what a destination's full queue does not take goes into the backlog, and the
+ * next datagrams of the ring are served.
  *
  * The ring, the log queue and the statistics are borrowed and outlive this object.
  */
-class Sender {
+class Sender final : private PacketSink {
 public:
     /// How long packets wait for a full queue.
     struct Times {
@@ -67,6 +69,7 @@ public:
     [[nodiscard]] std::uint64_t rejected(artnet::ForwardingFault fault) const noexcept;
     [[nodiscard]] const DestinationTable& destinations() const noexcept { return destinations_; }
     [[nodiscard]] const std::optional<Destination>& tee() const noexcept { return tee_; }
+    [[nodiscard]] const std::optional<Outlet>& outlet() const noexcept { return outlet_; }
 
 private:
     /// One accepted packet of the batch in hand.
@@ -79,9 +82,15 @@ private:
     void process(std::span<Slot> slots);
     void sort_in(std::span<Slot> slots);
     void reject(artnet::ForwardingFault fault, std::size_t size);
+    void shape(std::span<const Item> items, std::span<Slot> slots, Backoff::Clock::time_point now);
     void send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now);
     void offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now);
+    void deliver(std::size_t destination, std::span<const iovec> packets,
+                 Backoff::Clock::time_point now) override;
+    void lose(std::size_t destination, std::size_t packets) override;
+    [[nodiscard]] Backoff::Clock::time_point next_wake() const noexcept;
     void retry_backlog();
+    void settle_outlet();
     void settle_backlog();
     void report_error(Destination& destination, Backoff::Clock::time_point now);
 
@@ -91,6 +100,8 @@ private:
     DestinationTable destinations_;
     std::optional<Destination> tee_;
     Backlog backlog_;
+    /// Between the ring and the destinations; absent while no option asks for it.
+    std::optional<Outlet> outlet_;
     Backoff::Clock::duration longest_end_;
 
     // Scratch of the send thread, reused for every batch.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "cuewright/version.h"
+#include "option_values.h"
 
 namespace {
 
@@ -34,6 +35,9 @@ TEST(OptionsTest, WithoutArgumentsItListensOnTheArtNetPortAlone) {
     EXPECT_FALSE(parsed.options.tee);
     EXPECT_FALSE(parsed.options.json);
     EXPECT_FALSE(parsed.options.watch);
+    EXPECT_FALSE(parsed.options.outlet.any());
+    EXPECT_EQ(parsed.options.dscp, 0U);
+    EXPECT_EQ(parsed.options.metrics, "");
 }
 
 TEST(OptionsTest, EverythingGivenIsSet) {
@@ -95,6 +99,68 @@ TEST(OptionsTest, TeeToAPortOfItsOwnWouldRunInCircles) {
 TEST(OptionsTest, UnknownArgumentsAreRefused) {
     EXPECT_THAT(usage_error({"--loud"}), HasSubstr("--loud"));
     EXPECT_THAT(usage_error({"stray"}), HasSubstr("stray"));
+}
+
+TEST(OptionsTest, WhatIsDoneWithPacketsIsSetOneByOne) {
+    EXPECT_TRUE(parse({"--sequence"}).options.outlet.sequence);
+    EXPECT_TRUE(parse({"--sync"}).options.outlet.sync);
+    EXPECT_TRUE(parse({"--trim"}).options.outlet.trim);
+    EXPECT_EQ(parse({"--metrics", "a.prom"}).options.metrics, "a.prom");
+    EXPECT_EQ(parse({"--pace", "4000"}).options.outlet.pace, std::chrono::microseconds(250));
+    EXPECT_EQ(parse({"--dscp", "CS6"}).options.dscp, 48U);
+    EXPECT_EQ(parse({"--keep-alive", "0.8"}).options.outlet.keep_alive, std::chrono::milliseconds(800));
+    EXPECT_EQ(parse({"--keep-alive=1"}).options.outlet.keep_alive, std::chrono::seconds(1));
+}
+
+TEST(OptionsTest, KeepAliveAndDscpHaveDefaultsWhenGivenAlone) {
+    const ParsedOptions parsed = parse({"--keep-alive", "--dscp", "--json"});
+    EXPECT_FALSE(parsed.exit_status) << parsed.message;
+    EXPECT_EQ(parsed.options.outlet.keep_alive, std::chrono::milliseconds(900));
+    EXPECT_EQ(parsed.options.dscp, 46U);
+    EXPECT_TRUE(parsed.options.json);
+    EXPECT_EQ(parse({"--keep-alive"}).options.outlet.keep_alive, std::chrono::milliseconds(900));
+    EXPECT_EQ(parse({"--dscp"}).options.dscp, 46U);
+}
+
+TEST(OptionsTest, ValuesOutOfRangeAreRefusedWithWhatIsExpected) {
+    EXPECT_THAT(usage_error({"--keep-alive", "0.79"}), HasSubstr("--keep-alive 0.79: expected 0.8 to 1"));
+    EXPECT_THAT(usage_error({"--pace", "0"}), HasSubstr("--pace 0: expected packets per second"));
+    EXPECT_THAT(usage_error({"--pace"}), HasSubstr("--pace"));
+    EXPECT_THAT(usage_error({"--dscp", "64"}), HasSubstr("--dscp 64: expected EF"));
+    EXPECT_THAT(usage_error({"--metrics", ""}), HasSubstr("--metrics: expected the path of a file"));
+    EXPECT_THAT(usage_error({"--metrics"}), HasSubstr("--metrics"));
+}
+
+TEST(OptionValuesTest, KeepAliveIsAPlainNumberOfSecondsFrom800MillisecondsTo1Second) {
+    EXPECT_EQ(forwarder::parse_keep_alive("0.85"), std::chrono::milliseconds(850));
+    EXPECT_EQ(forwarder::parse_keep_alive("1.0"), std::chrono::seconds(1));
+    for (const char* text : {"", "0.7999", "1.0001", "9e-1", "nan", "inf", "-0.9", "0.9s", " 0.9", "0x1"}) {
+        EXPECT_FALSE(forwarder::parse_keep_alive(text)) << text;
+    }
+}
+
+TEST(OptionValuesTest, PaceIsARateOrAGap) {
+    EXPECT_EQ(forwarder::parse_pace("1"), std::chrono::seconds(1));
+    EXPECT_EQ(forwarder::parse_pace("100000"), std::chrono::microseconds(10));
+    EXPECT_EQ(forwarder::parse_pace("10us"), std::chrono::microseconds(10));
+    EXPECT_EQ(forwarder::parse_pace("1000ms"), std::chrono::seconds(1));
+    for (const char* text : {"", "0", "100001", "9us", "1001ms", "0ms", "us", "2s", "-5", "1.5", "1 ms"}) {
+        EXPECT_FALSE(forwarder::parse_pace(text)) << text;
+    }
+}
+
+TEST(OptionValuesTest, DscpIsANumberOrAClassByName) {
+    EXPECT_EQ(forwarder::parse_dscp("EF"), 46U);
+    EXPECT_EQ(forwarder::parse_dscp("ef"), 46U);
+    EXPECT_EQ(forwarder::parse_dscp("CS0"), 0U);
+    EXPECT_EQ(forwarder::parse_dscp("cs7"), 56U);
+    EXPECT_EQ(forwarder::parse_dscp("AF11"), 10U);
+    EXPECT_EQ(forwarder::parse_dscp("af43"), 38U);
+    EXPECT_EQ(forwarder::parse_dscp("0"), 0U);
+    EXPECT_EQ(forwarder::parse_dscp("63"), 63U);
+    for (const char* text : {"", "64", "-1", "CS8", "CS", "AF51", "AF14", "AF1", "EFF", "E", "46 "}) {
+        EXPECT_FALSE(forwarder::parse_dscp(text)) << text;
+    }
 }
 
 }  // namespace

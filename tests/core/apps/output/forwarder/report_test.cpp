@@ -105,6 +105,25 @@ TEST(ReportTest, OthersAndCopiesAreShownWhereThereAreAny) {
     EXPECT_EQ(at(at(json, "tee").toObject(), "last_error"), QLatin1String(""));
 }
 
+TEST(ReportTest, WhatOptionsDidIsShownWhereThereAreAny) {
+    Report report = example_report();
+    EXPECT_THAT(forwarder::to_table(report), Not(HasSubstr("ArtSync")));
+    EXPECT_FALSE(parsed(report).contains(QLatin1String("outlet")));
+    report.outlet = {1, 2, 3, 4, 5, 6, 7};
+    EXPECT_THAT(forwarder::to_table(report),
+                HasSubstr("\nstreams 1 (packets beyond the limit 2), re-sent 3, ArtSync 4, waiting 5, "
+                          "superseded 6, dropped 7\n"));
+    const QJsonObject outlet = at(parsed(report), "outlet").toObject();
+    EXPECT_EQ(outlet.size(), 7);
+    EXPECT_EQ(at(outlet, "streams"), 1);
+    EXPECT_EQ(at(outlet, "untracked"), 2);
+    EXPECT_EQ(at(outlet, "resent"), 3);
+    EXPECT_EQ(at(outlet, "syncs"), 4);
+    EXPECT_EQ(at(outlet, "waiting"), 5);
+    EXPECT_EQ(at(outlet, "superseded"), 6);
+    EXPECT_EQ(at(outlet, "dropped"), 7);
+}
+
 TEST(ReportTest, TableSaysWhyADestinationHasRejectedDatagramsAndOnlyThen) {
     EXPECT_THAT(forwarder::to_table(example_report()),
                 HasSubstr("(rejected of a destination: the packet's Art-Net identifier is wrong;"));
