@@ -115,7 +115,7 @@ void declare_outlet(CLI::App& app, Options& options, Texts& texts) {
            "Send the last frame of a universe and destination again after that much silence, 0.8 to 1")
         ->expected(0, 1)
         ->default_str("0.9")
-        ->type_name("SECONDS");
+        ->type_name("[SECONDS]");
     app.add_option("--pace", texts.pace,
                    "Send each destination at most so many packets per second (1 to 100000), or one each "
                    "so many us or ms (10us to 1000ms)")
@@ -125,7 +125,7 @@ void declare_outlet(CLI::App& app, Options& options, Texts& texts) {
            "Mark what is sent to destinations with this class: EF, CS0 to CS7, AF11 to AF43, or 0 to 63")
         ->expected(0, 1)
         ->default_str("EF")
-        ->type_name("CLASS");
+        ->type_name("[CLASS]");
     app.add_flag("--trim", options.outlet.trim,
                  "Send ArtDmx packets no longer than their Length field asks for, instead of all 530 bytes");
 }
