@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <thread>
 
+#include <pthread.h>
+
 #include "loader_model.h"
 #include "memory_file.h"
 #include "ondra/timing.h"
@@ -50,8 +52,19 @@ void load_and_stop(Playlist& playlist, PlaylistLoader& loader, const LoadedEffec
     }
 }
 
+/// The sanitizer clears its record of a thread's whole stack at each start, eight megabytes of it by default.
+bool make_stacks_small() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    const bool done = pthread_setattr_default_np(&attributes) == 0;
+    pthread_attr_destroy(&attributes);
+    return done;
+}
+
 bool run(Input input) {
     static MemoryFile file;
+    [[maybe_unused]] static const bool kStacksAreSmall = make_stacks_small();
     format_log_lines();
     Playlist::Effect effect;
     const std::uint8_t rate = take_byte(input);
