@@ -262,4 +262,51 @@ TEST_F(SenderTest, RejectedPacketIsChargedToTheDestinationThatItsHeaderNames) {
     EXPECT_EQ(sender.rejected(artnet::ForwardingFault::Identifier), 2U) << "the total counts them, too";
 }
 
+TEST_F(SenderTest, PacedPacketsThatAreStillWaitingAfterTheTimeForTheEndCountAsUnsent) {
+    options_.outlet.pace = std::chrono::hours(1);
+    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
+    arrive({to(other_, 1), tests::datagram("127.0.0.1", other_.port(), artdmx(1)),
+            tests::datagram("127.0.0.1", other_.port(), artdmx(2))});
+    EXPECT_EQ(other_.receive(), artdmx(0, 0, 1));
+    ring_.close();
+    sender.join();
+    EXPECT_FALSE(other_.pending());
+    EXPECT_EQ(counters(sender, other_).packets, 1U);
+    EXPECT_EQ(counters(sender, other_).unsent, 2U);
+    EXPECT_EQ(sender.outlet()->counters().dropped, 2U);
+}
+
+TEST_F(SenderTest, PacedPacketsGoThroughTheQueueOfADestinationThatIsFull) {
+    options_.outlet.pace = std::chrono::nanoseconds(1);
+    options_.outlet.sequence = true;
+    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    set_full(slow_, true);
+    for (unsigned universe = 0; universe < 3; ++universe) {
+        arrive({tests::datagram("127.0.0.1", slow_.port(), artdmx(universe))});
+    }
+    EXPECT_TRUE(eventually([&] { return counters(sender, slow_).waits > 1; }));
+    set_full(slow_, false);
+    for (unsigned universe = 0; universe < 3; ++universe) {
+        EXPECT_EQ(slow_.receive(), artdmx(universe, 0, 1));
+    }
+}
+
+TEST_F(SenderTest, DestinationsThatShareASocketAreTrimmedAndCountedAsNotFollowed) {
+    options_.outlet.trim = true;
+    options_.outlet.sequence = true;
+    Sender sender(ring_, options_, log_, nullptr);
+    Bytes small = artdmx(0, 0, 77);
+    small[16] = 0;
+    small[17] = 2;
+    std::vector<Bytes> datagrams;
+    for (std::size_t i = 0; i < forwarder::DestinationTable::kMostDestinations; ++i) {
+        const std::string address = "127.1." + std::to_string(i / 200) + "." + std::to_string(1 + i % 200);
+        datagrams.push_back(tests::datagram(address, other_.port(), small));
+    }
+    datagrams.push_back(tests::datagram("127.0.0.1", other_.port(), small));
+    arrive(datagrams);
+    EXPECT_EQ(other_.receive(), Bytes(small.begin(), small.begin() + 20)) << "its number is its own";
+    EXPECT_EQ(sender.outlet()->counters().untracked, 1U);
+}
+
 }  // namespace
