@@ -25,15 +25,14 @@ namespace {
 constexpr std::size_t kWindow = 262144;
 
 void tell_left_out(const RecordingIndex& source) {
-    if (source.stale != 0) {
-        std::fprintf(stderr,
-                     "%s: %llu packets that its incomplete last block makes playback repeat are left out\n",
-                     source.path.c_str(), static_cast<unsigned long long>(source.stale));
-    }
-    if (source.passed_over != 0) {
-        std::fprintf(stderr, "%s: %llu packets that playback passes over are left out\n", source.path.c_str(),
-                     static_cast<unsigned long long>(source.passed_over));
-    }
+    const auto tell = [&source](std::uint64_t count, const char* reason) {
+        if (count != 0) {
+            std::fprintf(stderr, "%s: packets left out, %s: %llu\n", source.path.c_str(), reason,
+                         static_cast<unsigned long long>(count));
+        }
+    };
+    tell(source.stale, "which its incomplete last block makes playback repeat");
+    tell(source.passed_over, "which playback passes over");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "recording_index.h"
 
+#include <filesystem>
 #include <limits>
 #include <unordered_set>
 
@@ -28,7 +29,7 @@ std::chrono::nanoseconds written_end(const RecordedPacket& packet) {
 }  // namespace
 
 RecordingIndex index_recording(const std::string& path, CutShort cut_short) {
-    if (size_of_input(path) == 0) {
+    if (size_of_input(path) == 0 && !std::filesystem::is_regular_file(path)) {
         // Its packets are read a second time, from their places.
         throw cli::Failure(path + ": expected a recording in a file");
     }
