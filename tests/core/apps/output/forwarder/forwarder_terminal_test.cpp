@@ -1,15 +1,13 @@
 // --watch in a terminal: the second screen, drawn again and again, and given back.
-#include <array>
-#include <cstdlib>
-
-#include <fcntl.h>
-#include <sys/ioctl.h>
+#include <csignal>
+#include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "posix/file_descriptor.h"
 #include "support/child_program.h"
+#include "support/terminal.h"
 #include "udp_peer.h"
 
 namespace {
@@ -18,63 +16,12 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using tests::ChildProgram;
+using tests::Terminal;
 using tests::UdpPeer;
 
 constexpr const char* kEnter = "\x1b[?1049h\x1b[?25l";
 constexpr const char* kLeave = "\x1b[?25h\x1b[?1049l";
 constexpr const char* kHome = "\x1b[H";
-
-/// A pseudo-terminal; what is written into it is collected on this side.
-class Terminal {
-public:
-    Terminal(unsigned short columns, unsigned short lines)
-        : master_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-        const winsize size{lines, columns, 0, 0};
-        std::array<char, 64> name{};
-        if (!master_ || grantpt(master_.get()) != 0 || unlockpt(master_.get()) != 0 ||
-            ptsname_r(master_.get(), name.data(), name.size()) != 0 ||
-            ioctl(master_.get(), TIOCSWINSZ, &size) != 0) {
-            return;
-        }
-        // Held open, so that it outlives the program.
-        slave_ = posix::FileDescriptor(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-        name_ = name.data();
-    }
-
-    /// Empty when there are no terminals here.
-    [[nodiscard]] const std::string& name() const { return slave_ ? name_ : kNone; }
-
-    /// Collects until `condition` holds of all text so far; false at the deadline.
-    template <typename Condition>
-    [[nodiscard]] bool read_until(Condition condition) {
-        const auto end = std::chrono::steady_clock::now() + UdpPeer::kDeadline;
-        while (!condition(text_)) {
-            pollfd wait{master_.get(), POLLIN, 0};
-            std::array<char, 4096> part{};
-            if (poll(&wait, 1, 10) == 1) {
-                const ssize_t size = read(master_.get(), part.data(), part.size());
-                text_.append(part.data(), size < 0 ? 0 : static_cast<std::size_t>(size));
-            } else if (std::chrono::steady_clock::now() >= end) {
-                return false;
-            }
-        }
-        return true;
-    }
-    [[nodiscard]] bool read_until_text(std::string_view wanted, std::size_t from = 0) {
-        return read_until(
-            [&](const std::string& text) { return text.find(wanted, from) != std::string::npos; });
-    }
-
-    [[nodiscard]] const std::string& text() const { return text_; }
-
-private:
-    inline static const std::string kNone;
-
-    posix::FileDescriptor master_;
-    posix::FileDescriptor slave_;
-    std::string name_;
-    std::string text_;
-};
 
 class ForwarderTerminalTest : public testing::Test {
 protected:
