@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <QString>
@@ -90,6 +91,8 @@ public:
 
     /// In playing order. Not changed once loading has started.
     [[nodiscard]] const std::vector<Effect>& effects() const { return effects_; }
+    /// Appends an effect. Before loading starts, on the thread that will start it.
+    void add_effect(Effect effect) { effects_.push_back(std::move(effect)); }
 
     /// Appends a packet. Loader thread. Takes lock_ as writer.
     void add_packet(const Packet& packet) ONDRA_EXCLUDES(lock_);

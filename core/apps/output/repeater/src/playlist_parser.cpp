@@ -71,6 +71,7 @@ void PlaylistParser::parse_desc(int playlist_id, const QString& playlist_desc_pa
     QByteArray content;
     if (!read_file(path, content)) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_desc] File (path:%s) not found", qPrintable(path));
+        tell(Outcome::Rejected, "", -1, "cannot be opened");
         throw Exceptions::InvalidPath("Playlist desc file not found");
     }
     QJsonParseError error;
@@ -78,10 +79,12 @@ void PlaylistParser::parse_desc(int playlist_id, const QString& playlist_desc_pa
     if (holds_nothing(document)) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_desc] Parse error (err:%s, offset:%d)",
                   qPrintable(error.errorString()), error.offset);
+        tell(Outcome::Rejected, "", -1, "is not JSON");
         throw Exceptions::InvalidFileFormat("Playlist desc file format invalid");
     }
     if (!document.isArray()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_desc] Playlists not found");
+        tell(Outcome::Rejected, "", -1, "is not an array");
         throw Exceptions::InvalidFileFormat("Playlist desc file format invalid");
     }
     const QJsonArray playlists = document.array();
@@ -89,8 +92,12 @@ void PlaylistParser::parse_desc(int playlist_id, const QString& playlist_desc_pa
     const QJsonObject desc = find_desc(playlists, playlist_id);
     if (desc.isEmpty()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_desc] Playlist desc not found");
+        tell(Outcome::Rejected, "", -1, "has no element with this \"Id\"");
         throw Exceptions::InvalidPath("Playlist desc not found");
     }
+    tell_default(desc, "Loop", QJsonValue::Bool, "true");
+    tell_default(desc, "Brightness", QJsonValue::Double, "100");
+    tell_default(desc, "SpeedBoost", QJsonValue::Double, "0");
     const bool loop = desc.value(QLatin1String("Loop")).toBool(true);
     const int brightness = to_int(desc.value(QLatin1String("Brightness")), kDefaultBrightness);
     const int speed_boost = to_int(desc.value(QLatin1String("SpeedBoost")), kDefaultSpeedBoost);
@@ -113,6 +120,7 @@ void PlaylistParser::parse_effects(Playlist& playlist) const {
     if (!read_file(path, content)) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] File (path:%s) not found",
                   qPrintable(path));
+        tell(Outcome::Rejected, "", -1, "cannot be opened");
         throw Exceptions::InvalidPath("Playlist effects file not found");
     }
     QJsonParseError error;
@@ -120,10 +128,12 @@ void PlaylistParser::parse_effects(Playlist& playlist) const {
     if (holds_nothing(document)) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] Parse error (err:%s, offset:%d)",
                   qPrintable(error.errorString()), error.offset);
+        tell(Outcome::Rejected, "", -1, "is not JSON");
         reject_effects_file();
     }
     if (!document.isArray()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] Effects not found");
+        tell(Outcome::Rejected, "", -1, "is not an array");
         reject_effects_file();
     }
     const QJsonArray array = document.array();
@@ -131,9 +141,15 @@ void PlaylistParser::parse_effects(Playlist& playlist) const {
     // Sorted as values of their own: the iterators of a QJsonArray yield proxies.
     std::vector<QJsonValue> effects(array.begin(), array.end());
     std::stable_sort(effects.begin(), effects.end(), sortLessThan);
+    int position = 0;
     for (const QJsonValue& element : effects) {
+        if (observer_ != nullptr) {
+            observer_->begin_effect(position++);
+        }
         if (element.isObject()) {
-            playlist.effects_.push_back(parse_effect(element.toObject()));
+            playlist.add_effect(parse_effect(element.toObject()));
+        } else {
+            tell(Outcome::Skipped, "", -1, "it is not an object");
         }
     }
 }
@@ -144,22 +160,29 @@ Playlist::Effect PlaylistParser::parse_effect(const QJsonObject& object) const {
     const QJsonValue path = object.value(QLatin1String("path"));
     if (!path.isString()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] Field 'path' absent");
+        tell(Outcome::Rejected, "path", -1, "must be a text");
         reject_effects_file();
     }
     const QJsonValue fps = object.value(QLatin1String("fps"));
     if (!fps.isDouble()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] Field 'fps' absent");
+        tell(Outcome::Rejected, "fps", -1, "must be a number");
         reject_effects_file();
     }
     const QJsonValue outputs_value = object.value(QLatin1String("outputs"));
     if (!outputs_value.isArray()) {
         ONDRA_LOG(ondra::kError, "[PlaylistParser::parse_effects] Field 'outputs' absent");
+        tell(Outcome::Rejected, "outputs", -1, "must be an array");
         reject_effects_file();
     }
     const QJsonValue sort = object.value(QLatin1String("sort"));
     if (sort.isDouble()) {
         ONDRA_LOG(ondra::kDetail, "[PlaylistParser::parse_effects] Sort ID (%d)", sort_key(object));
     }
+    tell_default(object, "sort", QJsonValue::Double, "0");
+    tell_default(object, "ppf", QJsonValue::Double, "-1, found from the recording");
+    tell_default(object, "universes", QJsonValue::Array, "no universe has a zone");
+    tell_default(object, "name", QJsonValue::String, "empty");
     Playlist::Effect effect;
     const QJsonArray outputs = outputs_value.toArray();
     const auto strings = std::count_if(outputs.begin(), outputs.end(),
@@ -182,6 +205,17 @@ Playlist::Effect PlaylistParser::parse_effect(const QJsonObject& object) const {
         "[PlaylistParser::parse_effects] Added effect (path:%s, fps:%d, ppf:%d, outputs:%d, universes:%d)",
         qPrintable(effect.path), effect.fps, effect.ppf, accepted, static_cast<int>(effect.universes.size()));
     return effect;
+}
+
+void PlaylistParser::tell_default(const QJsonObject& object, const char* key, QJsonValue::Type type,
+                                  const char* reason) const {
+    if (observer_ == nullptr) {
+        return;
+    }
+    const QJsonValue value = object.value(QLatin1String(key));
+    if (value.type() != type) {
+        tell(value.isUndefined() ? Outcome::Absent : Outcome::Defaulted, key, -1, reason);
+    }
 }
 
 bool sortLessThan(const QJsonValue& a, const QJsonValue& b) {

@@ -36,6 +36,20 @@ protected:
     }
 };
 
+/// Writes down what it hears.
+class Listener final : public PlaylistParserObserver {
+public:
+    std::vector<std::string> heard;
+
+private:
+    void begin_effect(int position) override { heard.push_back("effect " + std::to_string(position)); }
+    void report(Outcome outcome, const char* key, int index, const char* reason) override {
+        constexpr const char* kNames[] = {"rejected", "skipped", "absent", "defaulted"};
+        heard.push_back(std::string(kNames[static_cast<std::size_t>(outcome)]) + " " + key + " " +
+                        std::to_string(index) + ": " + reason);
+    }
+};
+
 constexpr const char* kInvalid = "Playlist effects file format invalid";
 
 }  // namespace
@@ -249,4 +263,28 @@ TEST_F(PlaylistParserEffectsTest, SortLessThanComparesTruncatedKeysOfAnything) {
     EXPECT_FALSE(sortLessThan(effect(1.1), effect(1.9)));
     EXPECT_TRUE(sortLessThan(effect(-1), QJsonValue(5)));
     EXPECT_FALSE(sortLessThan(QJsonValue(5), QJsonValue(7))) << "what is no object has the key 0";
+}
+
+TEST_F(PlaylistParserEffectsTest, AnObserverHearsOfEachElementAndChangesNoLine) {
+    write_desc(R"([{"Id": 3}])");
+    write_effects(3, R"([{"path": "b", "fps": -1, "outputs": [5, "1:10.0.0.5:1"], "sort": 1, "ppf": "2",
+                          "universes": [{"id": 1}], "name": "late"},
+                         7,
+                         {"path": "c", "outputs": [], "sort": 2}])");
+    const auto lines = [this](const PlaylistParser& parser) {
+        Playlist playlist;
+        parse_desc(3, playlist);
+        const CapturedLog log;
+        EXPECT_EQ(thrown<Exceptions::InvalidFileFormat>([&] { parser.parse_effects(playlist); }), kInvalid);
+        EXPECT_THAT(paths(playlist), ElementsAre("b"));
+        return log.lines();
+    };
+    Listener listener;
+    EXPECT_EQ(lines(PlaylistParser(listener)), lines(PlaylistParser()));
+    EXPECT_THAT(listener.heard, ElementsAre("effect 0", "skipped  -1: it is not an object", "effect 1",
+                                            "defaulted ppf -1: -1, found from the recording",
+                                            "skipped outputs 0: it is not a text",
+                                            "skipped outputs 1: its port must be 1024 to 65535",
+                                            "skipped universes 0: its \"zone\" must be a number", "effect 2",
+                                            "rejected fps -1: must be a number"));
 }
