@@ -1,5 +1,6 @@
 // cuewright-recording: makes, inspects and edits recordings of Art-Net.
 
+#include <clocale>
 #include <functional>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +10,7 @@
 #include "dump_command.h"
 #include "generate_command.h"
 #include "info_command.h"
+#include "inspect/check_command.h"
 #include "merge_command.h"
 #include "remap_command.h"
 
@@ -29,6 +31,8 @@ Exit status:
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The player reads file names as its unit sets them; so does what loads recordings with its loader.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     CLI::App app{kDescription, "cuewright-recording"};
     app.footer(kFooter);
     app.require_subcommand(1);
@@ -40,5 +44,6 @@ int main(int argc, char** argv) {
     recording::add_cut_command(app, chosen);
     recording::add_merge_command(app, chosen);
     recording::add_remap_command(app, chosen);
+    inspect::add_check_command(app, chosen);
     return cli::run(app, argc, argv, [&chosen] { return chosen(); });
 }
