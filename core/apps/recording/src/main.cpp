@@ -12,6 +12,7 @@
 #include "info_command.h"
 #include "inspect/check_command.h"
 #include "merge_command.h"
+#include "plot/plot_command.h"
 #include "remap_command.h"
 
 namespace {
@@ -45,5 +46,6 @@ int main(int argc, char** argv) {
     recording::add_merge_command(app, chosen);
     recording::add_remap_command(app, chosen);
     inspect::add_check_command(app, chosen);
+    plot::add_plot_command(app, chosen);
     return cli::run(app, argc, argv, [&chosen] { return chosen(); });
 }

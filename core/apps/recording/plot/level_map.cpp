@@ -1,0 +1,143 @@
+#include "plot/level_map.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+using std::chrono::nanoseconds;
+
+namespace plot {
+
+namespace {
+
+constexpr std::size_t kChannels = 512;
+
+/// Column of a time; may lie outside the section.
+class Columns {
+public:
+    explicit Columns(const Section& section)
+        : from_(section.from),
+          per_column_(static_cast<double>((section.to - section.from).count()) / section.columns) {}
+
+    [[nodiscard]] double position(nanoseconds time) const {
+        return static_cast<double>((time - from_).count()) / per_column_;
+    }
+
+private:
+    nanoseconds from_;
+    double per_column_;
+};
+
+/// Fills one universe packet by packet.
+class UniverseFill {
+public:
+    UniverseFill(int universe, const Section& section) : section_(section), columns_(section) {
+        map_.universe = universe;
+        map_.levels.assign(static_cast<std::size_t>(section.columns) * kChannels, UniverseMap::kNothing);
+    }
+
+    /// The next packet, at `time`.
+    void take(nanoseconds time, const std::vector<unsigned char>& levels) {
+        close(time);
+        levels_ = levels;
+        since_ = time;
+        held_ = true;
+    }
+
+    /// Draws what has been held, up to `end`.
+    void close(nanoseconds end) {
+        if (!held_) {
+            return;
+        }
+        const nanoseconds until = std::min(end, since_ + kHold);
+        const double first = columns_.position(since_);
+        const double last = columns_.position(until);
+        if (until < section_.from || since_ >= section_.to) {
+            return;
+        }
+        seen_ = true;
+        map_.channels = std::max(map_.channels, static_cast<int>(levels_.size()));
+        const int begin = std::max(0, static_cast<int>(first));
+        // A packet shows in its own column, however short it stands.
+        const int behind =
+            std::min(section_.columns, std::max(begin + 1, static_cast<int>(std::min(last, 1e9))));
+        for (int column = begin; column < behind; ++column) {
+            std::int16_t* const cells = &map_.levels[static_cast<std::size_t>(column) * kChannels];
+            for (std::size_t channel = 0; channel < std::min(levels_.size(), kChannels); ++channel) {
+                cells[channel] = std::max(cells[channel], std::int16_t{levels_[channel]});
+            }
+        }
+    }
+
+    [[nodiscard]] bool seen() const { return seen_; }
+    [[nodiscard]] UniverseMap take_map() { return std::move(map_); }
+
+private:
+    const Section& section_;
+    Columns columns_;
+    UniverseMap map_;
+    std::vector<unsigned char> levels_;
+    nanoseconds since_{0};
+    bool held_ = false;
+    bool seen_ = false;
+};
+
+void fill_intervals(const inspect::Timeline& timeline, const Section& section, LevelMap& map) {
+    const Columns columns(section);
+    map.intervals.resize(static_cast<std::size_t>(section.columns));
+    std::vector<nanoseconds> lengths;
+    for (std::size_t frame = 0; frame < timeline.frames(); ++frame) {
+        const nanoseconds start = timeline.start(frame);
+        const nanoseconds length = timeline.length(frame);
+        if (start + length <= section.from || start >= section.to) {
+            continue;
+        }
+        if (start >= section.from) {
+            lengths.push_back(length);
+        }
+        const int begin = std::max(0, static_cast<int>(columns.position(start)));
+        const int behind =
+            std::min(section.columns,
+                     std::max(begin + 1, static_cast<int>(std::min(columns.position(start + length), 1e9))));
+        for (int column = begin; column < behind; ++column) {
+            IntervalColumn& cell = map.intervals[static_cast<std::size_t>(column)];
+            cell.shortest = cell.longest.count() == 0 ? length : std::min(cell.shortest, length);
+            cell.longest = std::max(cell.longest, length);
+        }
+    }
+    std::sort(lengths.begin(), lengths.end());
+    map.frames = lengths.size();
+    if (!lengths.empty()) {
+        map.median = lengths[(lengths.size() - 1) / 2];
+        map.p99 = lengths[(lengths.size() - 1) * 99 / 100];
+        map.longest = lengths.back();
+    }
+}
+
+}  // namespace
+
+LevelMap reduce(inspect::Timeline& timeline, const Section& section) {
+    std::map<int, UniverseFill> fills;
+    for (std::size_t packet = 0; packet < timeline.packets(); ++packet) {
+        const int universe = timeline.universe(packet);
+        const nanoseconds time = timeline.start(timeline.frame_of(packet));
+        if (time >= section.to) {
+            break;
+        }
+        if (!section.universes.empty() && !section.universes.contains(universe)) {
+            continue;
+        }
+        fills.try_emplace(universe, universe, section).first->second.take(time, timeline.levels(packet));
+    }
+    LevelMap map;
+    for (auto& [universe, fill] : fills) {
+        fill.close(std::min(section.to, timeline.duration()));
+        if (fill.seen()) {
+            map.universes.push_back(fill.take_map());
+        }
+    }
+    fill_intervals(timeline, section, map);
+    return map;
+}
+
+}  // namespace plot
