@@ -1,0 +1,93 @@
+#include "side_files.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QLatin1Char>
+#include <QLatin1String>
+#include <QString>
+
+#include "cli/failure.h"
+#include "json_file.h"
+#include "ondra/artnet_node_map.h"
+#include "ondra/truncate_to_int.h"
+
+namespace datacheck {
+
+namespace {
+
+QJsonArray require_array(const std::string& path) {
+    auto result = read_json_array(path);
+    if (const auto* const problem = std::get_if<JsonProblem>(&result)) {
+        throw cli::Failure(problem_text(path, *problem));
+    }
+    return std::get<QJsonArray>(std::move(result));
+}
+
+[[noreturn]] void refuse(const std::string& path, int element, const std::string& expected) {
+    throw cli::Failure(path + ": [" + std::to_string(element) + "]: expected " + expected);
+}
+
+std::set<int> node_universes(const ondra::ArtnetNodeMap& map) {
+    std::set<int> universes;
+    for (const auto& [universe, nodes] : map) {
+        if (!nodes.empty()) {
+            universes.insert(universe);
+        }
+    }
+    return universes;
+}
+
+}  // namespace
+
+std::set<int> read_zones(const std::string& path) {
+    const QJsonArray array = require_array(path);
+    std::set<int> ids;
+    for (int index = 0; index < array.size(); ++index) {
+        const QJsonObject zone = array[index].toObject();
+        const QJsonValue id = zone.value(QLatin1String("id"));
+        if (!id.isDouble() || !zone.value(QLatin1String("priority")).isDouble() ||
+            !zone.value(QLatin1String("channels")).isArray()) {
+            refuse(path, index, R"(a zone: {"id": NUMBER, "priority": NUMBER, "channels": [...]})");
+        }
+        ids.insert(ondra::truncate_to_int(id.toDouble()));
+    }
+    return ids;
+}
+
+std::set<int> read_nodes(const std::string& path) {
+    QFile file(QFile::decodeName(path.c_str()));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        throw cli::Failure(path + ": " + file.errorString().toStdString());
+    }
+    const QString text = QString::fromUtf8(file.readAll()).trimmed();
+    if (text.startsWith(QLatin1Char('['))) {
+        const QJsonArray array = require_array(path);
+        std::set<int> universes;
+        for (int index = 0; index < array.size(); ++index) {
+            const QJsonValue universe = array[index].toObject().value(QLatin1String("universe"));
+            if (!universe.isDouble()) {
+                refuse(path, index, R"(a node: {"universe": NUMBER, "ip": TEXT, "port": NUMBER})");
+            }
+            universes.insert(ondra::truncate_to_int(universe.toDouble()));
+        }
+        return universes;
+    }
+    ondra::ArtnetNodeMap map;
+    int line = 0;
+    for (QString records : text.split(QLatin1Char('\n'))) {
+        ++line;
+        records = records.trimmed();
+        // The service skips what is no record; in a file that a person has written, it is a mistake.
+        for (const QString& record : records.split(QLatin1Char(';'))) {
+            if (!record.isEmpty() && record.count(QLatin1Char(':')) != 3) {
+                throw cli::Failure(path + ":" + std::to_string(line) +
+                                   ": expected records \"1:universe:ip:port\" or a JSON array");
+            }
+        }
+        ondra::update_artnet_node_map(records, map);
+    }
+    return node_universes(map);
+}
+
+}  // namespace datacheck

@@ -1,0 +1,25 @@
+#pragma once
+// What the data directory does not say: the zones that control software sets, the nodes of the network.
+
+#include <set>
+#include <string>
+
+namespace datacheck {
+
+/**
+ * Ids of the zones in a file: an array of {"id", "priority", "channels"}, as cuewrightctl takes it.
+ *
+ * Throws cli::Failure, naming file and place, when it is not that.
+ */
+[[nodiscard]] std::set<int> read_zones(const std::string& path);
+
+/**
+ * Universes that nodes listen to.
+ *
+ * The file is either an array of objects with at least a "universe", or the discovery service's own records,
+ * "state:universe:ip:port", separated by semicolons or line ends; these are applied in order.
+ * Throws cli::Failure, naming file and place, when it cannot be read or holds neither.
+ */
+[[nodiscard]] std::set<int> read_nodes(const std::string& path);
+
+}  // namespace datacheck
