@@ -1,0 +1,38 @@
+#pragma once
+// The options by which a program is told what to capture.
+
+#include <memory>
+#include <string>
+
+#include "capture/arrival.h"
+#include "capture/endpoint.h"
+#include "capture/source.h"
+
+namespace CLI {
+class App;
+}
+
+namespace capture {
+
+/// Where to listen and whom to hear.
+struct SourceOptions {
+    std::uint16_t port = 6454;
+    std::string address;
+    std::string interface;
+    std::string packet_socket;
+    bool wrapped = false;
+    std::string sender;
+
+    [[nodiscard]] Payload payload() const noexcept { return wrapped ? Payload::Wrapped : Payload::Plain; }
+    /// Throws cli::UsageError.
+    [[nodiscard]] EndpointFilter filter() const;
+};
+
+/// Adds --port, --address, --interface, --packet-socket, --wrapped and --source; `options` outlives parsing.
+void add_source_options(CLI::App& command, SourceOptions& options);
+
+/// Opens what the options name and says on standard error where it listens, and what to do about a small
+/// receive buffer. Throws cli::UsageError and SourceError.
+[[nodiscard]] std::unique_ptr<Source> open_source(const SourceOptions& options, const std::string& program);
+
+}  // namespace capture
