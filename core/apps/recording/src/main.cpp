@@ -13,6 +13,7 @@
 #include "inspect/check_command.h"
 #include "merge_command.h"
 #include "plot/plot_command.h"
+#include "record_command.h"
 #include "remap_command.h"
 
 namespace {
@@ -39,6 +40,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     std::function<int()> chosen;
     // In the order of the help. Each sets `chosen` when it is the command that was given.
+    recording::add_record_command(app, chosen);
     recording::add_generate_command(app, chosen);
     recording::add_info_command(app, chosen);
     recording::add_dump_command(app, chosen);

@@ -1,0 +1,115 @@
+#include "frame_writer.h"
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <pthread.h>
+#include <sys/eventfd.h>
+
+#include "cli/failure.h"
+
+namespace recording {
+
+FrameWriter::FrameWriter(RecordingFile& file, std::chrono::nanoseconds sync_period)
+    : file_(file), sync_period_(sync_period), failed_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!failed_) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    thread_ = std::thread(&FrameWriter::run, this);
+    pthread_setname_np(thread_.native_handle(), "writer");
+}
+
+FrameWriter::~FrameWriter() {
+    join();
+}
+
+void FrameWriter::push(std::vector<std::uint8_t> frame) {
+    const std::scoped_lock guard(mutex_);
+    if (failure_) {
+        return;
+    }
+    if (waiting_bytes_ + frame.size() > kMostWaiting) {
+        report(std::make_exception_ptr(
+            cli::Failure(file_.path() + ": the disk does not keep up; " + std::to_string(waiting_.size()) +
+                         " frames were waiting for it, and the recording ends before them")));
+        return;
+    }
+    waiting_bytes_ += frame.size();
+    waiting_.push_back(std::move(frame));
+    changed_.notify_one();
+}
+
+void FrameWriter::finish() {
+    join();
+    if (failure_) {
+        std::rethrow_exception(failure_);
+    }
+}
+
+void FrameWriter::join() {
+    if (!thread_.joinable()) {
+        return;
+    }
+    {
+        const std::scoped_lock guard(mutex_);
+        finishing_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+}
+
+void FrameWriter::run() noexcept {
+    try {
+        write_until_finished();
+    } catch (...) {
+        const std::scoped_lock guard(mutex_);
+        report(std::current_exception());
+    }
+}
+
+void FrameWriter::write_until_finished() {
+    Clock::time_point next_sync = Clock::now();
+    bool unsynced = false;
+    while (true) {
+        std::deque<std::vector<std::uint8_t>> frames;
+        bool last = false;
+        {
+            std::unique_lock guard(mutex_);
+            const auto something = [this] { return finishing_ || failure_ || !waiting_.empty(); };
+            if (unsynced) {
+                changed_.wait_until(guard, next_sync, something);
+            } else {
+                changed_.wait(guard, something);
+            }
+            // What has been written is to be kept, also when no more can be.
+            last = finishing_ || failure_;
+            frames.swap(waiting_);
+            waiting_bytes_ = 0;
+        }
+        for (const std::vector<std::uint8_t>& frame : frames) {
+            file_.append(frame);
+            unsynced = true;
+        }
+        if (unsynced && (last || Clock::now() >= next_sync)) {
+            file_.sync();
+            unsynced = false;
+            next_sync = Clock::now() + sync_period_;
+        }
+        if (last) {
+            return;
+        }
+    }
+}
+
+void FrameWriter::report(std::exception_ptr failure) noexcept {
+    if (!failure_) {
+        failure_ = std::move(failure);
+        eventfd_write(failed_.get(), 1);
+    }
+    waiting_.clear();
+    waiting_bytes_ = 0;
+    changed_.notify_one();
+}
+
+}  // namespace recording

@@ -1,0 +1,148 @@
+#include "record_command.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "capture/source_options.h"
+#include "cli/failure.h"
+#include "cli/progress.h"
+#include "cli/value_text.h"
+#include "posix/stop_signals.h"
+#include "record_summary.h"
+#include "recorder.h"
+#include "recording_file.h"
+
+namespace recording {
+
+namespace {
+
+constexpr const char* kProgram = "cuewright-recording";
+constexpr std::uint32_t kLastUniverse = 65535;
+
+constexpr const char* kFooter =
+    R"(Frames end with the sender's ArtSync where there is one, otherwise before a universe repeats and wherever two packets
+are further apart than --frame-gap. Behind each frame goes a timing packet, so that playback keeps the times at which
+the kernel received its first packet. Whenever the writing ends, what is on disk plays; the last frame stands 30 ms.
+
+Examples:
+  cuewright-recording record show.rec
+      all that comes to port 6454, until Ctrl-C
+  cuewright-recording record --interface eth0 --universe 0-3,7 --source 10.0.0.5 --duration 1m30s show.rec
+      five universes of one sender for a minute and a half
+  cuewright-recording record --until-idle 5s --json show.rec
+      until nothing has come for five seconds, with a summary for programs
+  cuewright-recording record --packet-socket lo --wrapped show.rec
+      what the service hands to its forwarder
+)";
+
+struct RecordOptions {
+    std::string out;
+    capture::SourceOptions source;
+    std::string universes;
+    std::string frame_gap = "5ms";
+    std::string timing = "ns";
+    std::string duration;
+    std::string idle;
+    std::string sync_period = "0";
+    bool force = false;
+    bool json = false;
+};
+
+std::optional<std::chrono::nanoseconds> limit_of(const char* option, const std::string& text) {
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    const std::chrono::nanoseconds time = cli::parse_time(option, text);
+    if (time.count() == 0) {
+        throw cli::UsageError(std::string(option) + ": expected more than 0");
+    }
+    return time;
+}
+
+RecordPlan plan_of(const RecordOptions& options) {
+    RecordPlan plan;
+    plan.payload = options.source.payload();
+    plan.sender = options.source.filter();
+    if (options.universes.empty()) {
+        plan.universes.set();
+    } else {
+        for (const cli::NumberRange& range :
+             cli::parse_ranges("--universe", options.universes, kLastUniverse)) {
+            for (std::uint32_t universe = range.first; universe <= range.last; ++universe) {
+                plan.universes.set(universe);
+            }
+        }
+    }
+    plan.frame_gap = cli::parse_time("--frame-gap", options.frame_gap);
+    plan.timing = options.timing == "ms" ? FrameTiming::Milliseconds : FrameTiming::Nanoseconds;
+    plan.duration = limit_of("--duration", options.duration);
+    plan.idle = limit_of("--until-idle", options.idle);
+    return plan;
+}
+
+int record(const RecordOptions& options) {
+    const RecordPlan plan = plan_of(options);
+    const std::chrono::nanoseconds sync_period = cli::parse_time("--sync", options.sync_period);
+    // Before the writer's thread, which is to leave the signals to this one.
+    posix::StopSignals signals;
+    RecordingFile file(options.out, options.force);
+    const std::unique_ptr<capture::Source> source = capture::open_source(options.source, kProgram);
+    FrameWriter writer(file, sync_period);
+    cli::Progress progress("recording (Ctrl-C ends), frames", 0);
+    Recorder recorder(
+        plan, *source, writer, signals,
+        [&](const capture::SenderConflict& conflict) {
+            progress.clear();
+            std::fprintf(stderr, "%s: %s; --source picks one\n", kProgram, conflict_text(conflict).c_str());
+        },
+        [&](std::uint64_t frames) { progress.update(frames); });
+    recorder.run();
+    progress.clear();
+    writer.finish();
+    if (recorder.statistics().frames() == 0) {
+        throw cli::Failure(options.out + ": not written, since no ArtDmx that was asked for came to " +
+                           source->place());
+    }
+    const RecordSummary summary{options.out, file.size(), recorder.duration(), source->kernel_drops(),
+                                recorder.statistics()};
+    std::fputs((options.json ? summary_json(summary) : summary_text(summary)).c_str(), stdout);
+    return cli::kExitGood;
+}
+
+}  // namespace
+
+void add_record_command(CLI::App& program, std::function<int()>& chosen) {
+    const auto options = std::make_shared<RecordOptions>();
+    CLI::App* const command = program.add_subcommand("record", "Capture live Art-Net");
+    command->footer(kFooter);
+    command->add_option("OUT", options->out, "Recording to write")->required();
+    capture::add_source_options(*command, options->source);
+    command
+        ->add_option("--universe", options->universes,
+                     "Record these universes only: numbers and ranges, such as 0-3,7")
+        ->type_name("LIST");
+    command
+        ->add_option("--frame-gap", options->frame_gap,
+                     "Longest time between two packets of a frame (default 5ms)")
+        ->type_name("TIME");
+    command->add_option("--timing", options->timing, "Unit of the timing packets (default ns)")
+        ->check(CLI::IsMember({"ns", "ms"}))
+        ->type_name("UNIT");
+    command->add_option("--duration", options->duration, "End after this time")->type_name("TIME");
+    command
+        ->add_option("--until-idle", options->idle,
+                     "End when nothing to record has come for this time, once something has")
+        ->type_name("TIME");
+    command
+        ->add_option("--sync", options->sync_period,
+                     "Bring data to the disk this often at most (default 0: with every frame)")
+        ->type_name("TIME");
+    command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print the summary as JSON");
+    command->callback([options, &chosen] { chosen = [options] { return record(*options); }; });
+}
+
+}  // namespace recording

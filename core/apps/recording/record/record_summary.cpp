@@ -1,0 +1,116 @@
+#include "record_summary.h"
+
+#include <iomanip>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "artnet/recording_timing.h"
+#include "cli/value_text.h"
+
+namespace recording {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string counted(std::uint64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+Json universe_json(const UniverseFigures& figures) {
+    Json senders = Json::array();
+    for (const capture::Endpoint& sender : figures.senders) {
+        senders.push_back(capture::endpoint_text(sender));
+    }
+    return {{"universe", figures.universe},
+            {"frames", figures.packets},
+            {"fps", figures.fps},
+            {"lost", figures.lost},
+            {"late", figures.late},
+            {"repeated", figures.repeated},
+            {"senders", senders}};
+}
+
+void append_universes(std::ostream& out, const std::vector<UniverseFigures>& universes) {
+    out << "universe    frames      fps     lost     late repeated  senders\n" << std::fixed;
+    for (const UniverseFigures& figures : universes) {
+        out << std::setw(8) << figures.universe << std::setw(10) << figures.packets << std::setw(9)
+            << std::setprecision(2) << figures.fps << std::setw(9) << figures.lost << std::setw(9)
+            << figures.late << std::setw(9) << figures.repeated << " ";
+        for (const capture::Endpoint& sender : figures.senders) {
+            out << ' ' << capture::endpoint_text(sender);
+        }
+        out << '\n';
+    }
+}
+
+}  // namespace
+
+std::string conflict_text(const capture::SenderConflict& conflict) {
+    return "universe " + std::to_string(conflict.universe) + " has two senders, " +
+           capture::endpoint_text(conflict.first) + " and " + capture::endpoint_text(conflict.second);
+}
+
+std::string summary_text(const RecordSummary& summary) {
+    const RecordStatistics& statistics = summary.statistics;
+    const std::vector<UniverseFigures> universes = statistics.universes();
+    const NotRecorded& rest = statistics.not_recorded();
+    std::ostringstream out;
+    out << summary.path << ": " << counted(statistics.frames(), "frame") << " of "
+        << counted(universes.size(), "universe") << ", " << cli::time_text(summary.duration) << ", "
+        << counted(summary.bytes, "byte") << '\n'
+        << "the last frame stands " << kLastFrameTime.count()
+        << " ms, counted in: playback gives it that, since nothing follows that could tell\n";
+    append_universes(out, universes);
+    out << "frames ended by ArtSync " << statistics.frames_ended_by(FrameEnd::Sync) << ", by repetition "
+        << statistics.frames_ended_by(FrameEnd::Repetition) << ", by a gap "
+        << statistics.frames_ended_by(FrameEnd::Gap) << '\n'
+        << "not recorded: filtered " << rest.filtered << ", other Art-Net " << rest.other << ", malformed "
+        << rest.malformed << ", no Art-Net " << rest.not_artnet << "; dropped by the kernel "
+        << summary.kernel_drops << '\n';
+    for (const capture::SenderConflict& conflict : statistics.conflicts()) {
+        out << "warning: " << conflict_text(conflict) << '\n';
+    }
+    return out.str();
+}
+
+std::string summary_json(const RecordSummary& summary) {
+    const RecordStatistics& statistics = summary.statistics;
+    const NotRecorded& rest = statistics.not_recorded();
+    Json universes = Json::array();
+    for (const UniverseFigures& figures : statistics.universes()) {
+        universes.push_back(universe_json(figures));
+    }
+    Json conflicts = Json::array();
+    for (const capture::SenderConflict& conflict : statistics.conflicts()) {
+        conflicts.push_back(
+            {{"universe", conflict.universe},
+             {"senders", {capture::endpoint_text(conflict.first), capture::endpoint_text(conflict.second)}}});
+    }
+    const Json object{
+        {"type", "recording"},
+        {"file", summary.path},
+        {"bytes", summary.bytes},
+        {"frames", statistics.frames()},
+        {"duration_ns", summary.duration.count()},
+        {"last_frame_ns", std::chrono::nanoseconds(kLastFrameTime).count()},
+        {"frame_ends",
+         {{"sync", statistics.frames_ended_by(FrameEnd::Sync)},
+          {"repetition", statistics.frames_ended_by(FrameEnd::Repetition)},
+          {"gap", statistics.frames_ended_by(FrameEnd::Gap)},
+          {"finish", statistics.frames_ended_by(FrameEnd::Finish)}}},
+        {"universes", universes},
+        {"conflicts", conflicts},
+        {"kernel_drops", summary.kernel_drops},
+        {"not_recorded",
+         {{"filtered", rest.filtered},
+          {"other", rest.other},
+          {"malformed", rest.malformed},
+          {"not_artnet", rest.not_artnet}}},
+    };
+    // A file name need not be UTF-8.
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace recording

@@ -1,0 +1,79 @@
+#pragma once
+// Captures from a source into a file.
+
+#include <bitset>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "capture/arrival.h"
+#include "capture/endpoint.h"
+#include "capture/source.h"
+#include "frame_encoder.h"
+#include "frame_grouper.h"
+#include "frame_writer.h"
+#include "posix/stop_signals.h"
+#include "record_statistics.h"
+
+namespace recording {
+
+/// What to record, and until when.
+struct RecordPlan {
+    capture::Payload payload = capture::Payload::Plain;
+    capture::EndpointFilter sender;
+    /// Universes to record.
+    std::bitset<65536> universes;
+    std::chrono::nanoseconds frame_gap{0};
+    FrameTiming timing = FrameTiming::Nanoseconds;
+    /// From the beginning; nothing: no limit.
+    std::optional<std::chrono::nanoseconds> duration;
+    /// From the latest recorded packet, once there is one; nothing: no limit.
+    std::optional<std::chrono::nanoseconds> idle;
+};
+
+/**
+ * One capture. All on the main thread; the writer that it fills has a thread of its own.
+ *
+ * Source, writer and signals are borrowed and outlive it.
+ */
+class Recorder {
+public:
+    /// @param on_conflict  called when two senders of one universe are noticed
+    /// @param on_frames    called now and then with the number of frames so far
+    Recorder(const RecordPlan& plan, capture::Source& source, FrameWriter& writer,
+             posix::StopSignals& signals, std::function<void(const capture::SenderConflict&)> on_conflict,
+             std::function<void(std::uint64_t)> on_frames);
+
+    /// Captures until a signal, a limit or a failure of the writer; then takes in what had arrived before.
+    void run();
+
+    [[nodiscard]] const RecordStatistics& statistics() const noexcept { return statistics_; }
+    /// What the loader makes of the frames.
+    [[nodiscard]] std::chrono::nanoseconds duration() const noexcept { return encoder_.duration(); }
+
+private:
+    /// Reads until nothing is there, or long enough; true when nothing is there.
+    bool drain();
+    void take(const capture::Datagram& datagram);
+    void write(std::optional<Frame> frame);
+    [[nodiscard]] bool is_over(bool drained) const;
+    /// Sleeps until a datagram, a signal or a failure, or until a limit may be reached.
+    void wait() const;
+
+    const RecordPlan& plan_;
+    capture::Source& source_;
+    FrameWriter& writer_;
+    posix::StopSignals& signals_;
+    std::function<void(const capture::SenderConflict&)> on_conflict_;
+    std::function<void(std::uint64_t)> on_frames_;
+    FrameGrouper grouper_;
+    FrameEncoder encoder_;
+    RecordStatistics statistics_;
+    /// What came later is not recorded.
+    std::optional<std::chrono::nanoseconds> end_;
+    std::optional<std::chrono::nanoseconds> latest_;
+    bool beyond_end_ = false;
+};
+
+}  // namespace recording

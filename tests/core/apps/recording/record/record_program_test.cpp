@@ -1,0 +1,224 @@
+// The whole program: what a sender sends is what the file plays.
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <sys/mount.h>
+
+#include <QTemporaryDir>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "artnet/artnet_parser.h"
+#include "support/artnet_sender.h"
+#include "support/child_process.h"
+#include "support/child_program.h"
+#include "support/loaded_recording.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using tests::ArtNetSender;
+using tests::ChildProgram;
+
+std::vector<std::string> command(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {RECORDING_PROGRAM, "record"});
+    return arguments;
+}
+
+/// The port that the running program names; 0 when it does not come up.
+std::uint16_t port_of(const ChildProgram& program) {
+    if (!program.wait_for_error(", receive buffer")) {
+        return 0;
+    }
+    const std::string text = program.error_output();
+    return static_cast<std::uint16_t>(std::atoi(text.c_str() + text.find("0.0.0.0:") + 8));
+}
+
+class RecordProgramTest : public testing::Test {
+protected:
+    [[nodiscard]] std::string path(const char* name = "out.rec") const {
+        return directory_.filePath(QString::fromLatin1(name)).toStdString();
+    }
+
+    QTemporaryDir directory_;
+};
+
+TEST_F(RecordProgramTest, AnInterruptedCapturePlaysWithTheIntervalsOfTheKernelsOwnStamps) {
+    ChildProgram program(command({"--port", "0", "--frame-gap", "1h", "--json", path()}));
+    const std::uint16_t port = port_of(program);
+    ASSERT_NE(port, 0) << program.error_output();
+    // Broadcasts, so that a socket of the test's own, which shares the port, is given the same stamps.
+    const ArtNetSender witness(0, port);
+    const ArtNetSender sender;
+    std::vector<std::chrono::nanoseconds> stamps;
+    for (std::uint8_t frame = 1; frame <= 20; ++frame) {
+        for (std::uint16_t universe = 7; universe < 10; ++universe) {
+            // The levels are those that a careless reader would take for the beginning of an identifier.
+            sender.send(port, tests::dmx_packet(universe, {frame, 'A', 'r', 't', 'A'}, frame),
+                        ArtNetSender::kLoopbackBroadcast);
+            const std::chrono::nanoseconds stamp = witness.receive_stamp();
+            if (universe == 7) {
+                stamps.push_back(stamp);
+            }
+        }
+    }
+    sender.send(port, {'g', 'a', 'r', 'b', 'a', 'g', 'e'}, ArtNetSender::kLoopbackBroadcast);
+    std::vector<std::uint8_t> cut = tests::dmx_packet(7, {1, 2, 3});
+    cut.pop_back();
+    sender.send(port, cut, ArtNetSender::kLoopbackBroadcast);
+    program.signal(SIGINT);
+    ASSERT_EQ(program.wait_exit(), 0) << program.error_output();
+
+    const std::vector<Playlist::Packet> packets = tests::load_recording(path());
+    ASSERT_EQ(packets.size(), 60U);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        const std::size_t frame = i / 3;
+        EXPECT_EQ(packets[i].data,
+                  tests::dmx_packet(static_cast<std::uint16_t>(7 + i % 3),
+                                    {static_cast<std::uint8_t>(frame + 1), 'A', 'r', 't', 'A'},
+                                    static_cast<std::uint8_t>(frame + 1)));
+        const std::chrono::nanoseconds expected = i % 3 != 2 ? 0ns
+                                                  : i == 59  ? std::chrono::nanoseconds(30ms)
+                                                             : stamps[frame + 1] - stamps[frame];
+        EXPECT_EQ(packets[i].delay, expected) << "packet " << i;
+    }
+    EXPECT_EQ(std::filesystem::file_size(path()) % 512, 0U);
+
+    const auto summary = nlohmann::json::parse(program.output());
+    EXPECT_EQ(summary["frames"], 20);
+    EXPECT_EQ(summary["universes"].size(), 3U);
+    EXPECT_EQ(summary["universes"][0]["universe"], 7);
+    EXPECT_EQ(summary["universes"][0]["lost"], 0);
+    EXPECT_EQ(summary["frame_ends"]["repetition"], 19);
+    EXPECT_EQ(summary["not_recorded"]["not_artnet"], 1);
+    EXPECT_EQ(summary["not_recorded"]["malformed"], 1);
+    EXPECT_EQ(summary["kernel_drops"], 0);
+    EXPECT_EQ(summary["duration_ns"], (stamps.back() - stamps.front() + 30ms).count());
+}
+
+TEST_F(RecordProgramTest, FiltersLeaveOutOtherUniversesAndSendersAndIdlenessEndsIt) {
+    const ArtNetSender sender;
+    const ArtNetSender other(0x7F000002);
+    ChildProgram program(command({"--port", "0", "--universe", "1-2,5", "--source", "127.0.0.1",
+                                  "--until-idle", "300ms", "--timing", "ms", path()}));
+    const std::uint16_t port = port_of(program);
+    ASSERT_NE(port, 0) << program.error_output();
+    // All of it is there before the program looks, however long the sending takes.
+    ASSERT_TRUE(program.halt());
+    for (std::uint16_t universe = 0; universe < 7; ++universe) {
+        sender.send(port, tests::dmx_packet(universe, {1}));
+        other.send(port, tests::dmx_packet(universe, {2}));
+    }
+    program.signal(SIGCONT);
+    ASSERT_EQ(program.wait_exit(), 0) << program.error_output();
+    std::vector<int> universes;
+    for (const Playlist::Packet& packet : tests::load_recording(path())) {
+        universes.push_back(packet.universe);
+        EXPECT_EQ(packet.data.back(), 1);
+    }
+    EXPECT_THAT(universes, ElementsAre(1, 2, 5));
+    EXPECT_THAT(program.output(), HasSubstr("of 3 universes"));
+    EXPECT_THAT(program.output(), HasSubstr("filtered 11, "));
+}
+
+TEST_F(RecordProgramTest, TwoSendersOfOneUniverseAreToldWhileItRuns) {
+    ChildProgram program(command({"--port", "0", path()}));
+    const std::uint16_t port = port_of(program);
+    ASSERT_NE(port, 0) << program.error_output();
+    const ArtNetSender one;
+    const ArtNetSender two(0x7F000002);
+    const std::string warning = "universe 4 has two senders, 127.0.0.1:" + std::to_string(one.port()) +
+                                " and 127.0.0.2:" + std::to_string(two.port());
+    // Sent again and again: a conflict is one only when the senders follow each other within two seconds.
+    EXPECT_TRUE(eventually([&] {
+        for (const ArtNetSender* const sender : {&one, &two}) {
+            sender->send(port, tests::dmx_packet(4, {1}));
+        }
+        return program.error_output().find(warning) != std::string::npos;
+    })) << program.error_output();
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.wait_exit(), 0);
+    EXPECT_THAT(program.output(), HasSubstr("warning: universe 4 has two senders"));
+}
+
+TEST_F(RecordProgramTest, AKilledCaptureHasLostNoFrameButTheLast) {
+    ChildProgram program(command({"--port", "0", "--frame-gap", "1h", path()}));
+    const std::uint16_t port = port_of(program);
+    ASSERT_NE(port, 0) << program.error_output();
+    const ArtNetSender sender;
+    for (std::uint8_t frame = 1; frame <= 30; ++frame) {
+        sender.send(port, tests::dmx_packet(1, std::vector<std::uint8_t>(512, frame)));
+    }
+    // The 30th frame is not whole for it, since nothing has followed.
+    const auto size = [&] {
+        std::error_code none;
+        const std::uintmax_t bytes = std::filesystem::file_size(path(), none);
+        return none ? 0 : bytes;
+    };
+    ASSERT_TRUE(eventually([&] { return size() >= 29 * 548; })) << program.error_output();
+    program.signal(SIGKILL);
+    ASSERT_EQ(program.wait_exit(), 128 + SIGKILL);
+    const std::vector<Playlist::Packet> packets = tests::load_recording(path());
+    ASSERT_EQ(packets.size(), 29U);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        EXPECT_EQ(packets[i].data.back(), i + 1);
+    }
+}
+
+TEST_F(RecordProgramTest, WithoutPacketsThereIsNoFileAndAReason) {
+    ChildProgram program(command({"--port", "0", "--duration", "10ms", path()}));
+    EXPECT_EQ(program.wait_exit(), 1);
+    EXPECT_THAT(program.error_output(), HasSubstr("out.rec: not written, since no ArtDmx"));
+    EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(RecordProgramTest, WrongCommandLinesNameTheOption) {
+    const auto complaint = [&](std::vector<std::string> arguments) {
+        arguments.push_back(path());
+        ChildProgram program(command(arguments));
+        EXPECT_EQ(program.wait_exit(), 2) << arguments.front();
+        return program.error_output();
+    };
+    EXPECT_THAT(complaint({"--universe", "3-1"}), HasSubstr("--universe"));
+    EXPECT_THAT(complaint({"--source", "somewhere"}), HasSubstr("--source: expected ADDRESS"));
+    EXPECT_THAT(complaint({"--duration", "0"}), HasSubstr("--duration: expected more than 0"));
+    EXPECT_THAT(complaint({"--address", "eth0"}), HasSubstr("--address: expected an IPv4 address"));
+    EXPECT_THAT(complaint({"--timing", "us"}), HasSubstr("--timing"));
+    EXPECT_THAT(complaint({"--packet-socket", "lo", "--port", "0"}), HasSubstr("--packet-socket"));
+}
+
+TEST_F(RecordProgramTest, AFullDiskEndsItWithAReasonAndTheRestPlays) {
+    const std::string mount_point = directory_.path().toStdString();
+    const tests::ChildReport report = tests::run_in_child(CLONE_NEWNS, [&]() -> std::string {
+        if (mount("tmpfs", mount_point.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            throw tests::Unavailable("no small file system here");
+        }
+        ChildProgram program(command({"--port", "0", path()}));
+        const std::uint16_t port = port_of(program);
+        const ArtNetSender sender;
+        for (int frame = 0; frame < 200; ++frame) {
+            sender.send(port, tests::dmx_packet(1, std::vector<std::uint8_t>(512, 9)));
+        }
+        const std::optional<int> status = program.wait_exit();
+        ArtNetParser parser;
+        int packets = 0;
+        parser.on_artdmx = [&](ArtDmx&) { ++packets; };
+        std::error_code error;
+        parser.parse(path().c_str(), error);
+        return std::to_string(status.value_or(-1)) + (packets > 100 && !error ? " plays " : " broken ") +
+               program.error_output();
+    });
+    SKIP_IF_UNAVAILABLE(report);
+    EXPECT_THAT(report.text, HasSubstr("1 plays "));
+    EXPECT_THAT(report.text, HasSubstr("out.rec: No space left on device; the "));
+}
+
+}  // namespace
