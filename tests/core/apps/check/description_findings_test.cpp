@@ -40,7 +40,8 @@ TEST_F(DescriptionFindingsTest, AGoodShowHasNone) {
 
 TEST_F(DescriptionFindingsTest, ABrokenDescriptionNamesLineAndColumn) {
     described("[\n  {\"Id\": 1,\n   \"Loop\": yes}\n]\n");
-    EXPECT_THAT(line("json-broken"), testing::StartsWith("playlists/playlists.json:3:"));
+    EXPECT_THAT(line("json-broken"),
+                testing::StartsWith("playlists/playlists.json:3:12: error: is not JSON"));
     EXPECT_THAT(line("json-broken"), HasSubstr("no playlist can be played"));
     EXPECT_THAT(described(R"({"Id": 1})"), Contains("error json-no-array playlists/playlists.json"));
     EXPECT_THAT(described(""), Contains("error json-broken playlists/playlists.json"));

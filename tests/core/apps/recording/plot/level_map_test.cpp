@@ -85,6 +85,13 @@ TEST_F(LevelMapTest, ASectionShowsWhatStandsWithinIt) {
     EXPECT_TRUE(map(counting(), {.columns = 3, .universes = {4}}).universes.empty());
 }
 
+TEST_F(LevelMapTest, AUniverseWithoutAnyChannelIsLeftOut) {
+    const plot::LevelMap reduced =
+        map(Recording{}.dmx(1, {}).dmx(2, {9}).frame_delay(30ms), {.columns = 2, .universes = {}});
+    ASSERT_EQ(reduced.universes.size(), 1U);
+    EXPECT_EQ(reduced.universes[0].universe, 2);
+}
+
 TEST_F(LevelMapTest, MoreColumnsThanFramesShowEachFrameInAllOfIts) {
     const plot::LevelMap reduced = map(counting(), {.from = 0ms, .to = 60ms, .columns = 6, .universes = {}});
     EXPECT_THAT(row(reduced.universes[0], 6, 0), ElementsAre(0, 0, 0, 1, 1, 1));
