@@ -1,5 +1,7 @@
 #include "parser_comparison.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iomanip>
 #include <istream>
@@ -18,9 +20,25 @@ std::vector<std::uint8_t> bytes_of(const Record& record, std::size_t n = sizeof(
     return bytes;
 }
 
-/// Has `parser` note its events the way the model does.
-void listen(ArtNetParser& parser, const ParserScenario& scenario, ModelOutcome& outcome) {
+/// Whether the packet that `parser` is at lies where it says: an identifier is there, unless it is stale.
+bool is_in_place(const ArtNetParser& parser, const std::vector<std::uint8_t>& input) {
+    const std::uint64_t offset = parser.packet_offset();
+    if (parser.packet_is_stale() || input.size() < kArtNetIdentifier.size() ||
+        offset > input.size() - kArtNetIdentifier.size()) {
+        return parser.packet_is_stale() || parser.bytes_read() > input.size();
+    }
+    return std::equal(kArtNetIdentifier.begin(), kArtNetIdentifier.end(),
+                      input.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+/// Has `parser` note its events the way the model does; where one does not lie where the parser says, in
+/// `input`, the note is another.
+void listen(ArtNetParser& parser, const ParserScenario& scenario, const std::vector<std::uint8_t>*& input,
+            ModelOutcome& outcome) {
     const auto tell = [&](const char* kind, std::vector<std::uint8_t> bytes) {
+        if (!is_in_place(parser, *input)) {
+            kind = "misplaced";
+        }
         outcome.events.push_back({kind, parser.packet_counter, std::move(bytes)});
         if (outcome.events.size() == scenario.stop_after) {
             parser.stop();
@@ -84,8 +102,10 @@ std::string describe(const ModelOutcome& outcome) {
 std::string difference_of(const ParserScenario& scenario, ParserModel& model) {
     ArtNetParser parser;
     ModelOutcome parsed;
-    listen(parser, scenario, parsed);
-    for (const auto* input : {&scenario.earlier, &scenario.input}) {
+    const std::vector<std::uint8_t>* input = nullptr;
+    listen(parser, scenario, input, parsed);
+    for (const auto* next : {&scenario.earlier, &scenario.input}) {
+        input = next;
         if (input == &scenario.earlier && input->empty()) {
             continue;
         }
