@@ -306,7 +306,10 @@ private:
             text(x, y + kTickLength + 14, tick.label, Align::Centre);
         }
         text((kLeft + right_) / 2.0, y + kTickLength + 32,
-             in_minutes(from(), to()) ? "time (min:s)" : "time (s)", Align::Centre);
+             !in_minutes(from(), to()) ? "time (s)"
+             : to() >= 3600            ? "time (h:min:s)"
+                                       : "time (min:s)",
+             Align::Centre);
     }
 
     void draw_legend(int top, int height) {

@@ -142,12 +142,16 @@ TEST_F(CheckProgramTest, ZonesFilesAreReadStrictly) {
 }
 
 TEST_F(CheckProgramTest, NodesComeAsJsonOrAsTheDiscoverysRecords) {
-    show_.file("nodes.json", R"([{"universe": 4, "ip": "192.0.2.1", "port": 6454}, {"universe": 6}])");
-    EXPECT_THAT(datacheck::read_nodes(show_.path("nodes.json")), ElementsAre(4, 6));
+    show_.file("nodes.json", R"([{"address": "192.0.2.1", "universes": [4, "6-8"]}, {"universes": []}])");
+    EXPECT_THAT(datacheck::read_nodes(show_.path("nodes.json")), ElementsAre(4, 6, 7, 8));
     show_.file("nodes.txt",
                "1:4:192.0.2.1:6454;1:5:192.0.2.1:6454;\n1:9:192.0.2.2:6454\n\n0:5:192.0.2.1:6454\n");
     EXPECT_THAT(datacheck::read_nodes(show_.path("nodes.txt")), ElementsAre(4, 9));
-    EXPECT_THAT(refusal(datacheck::read_nodes, "[4]"), StartsWith("side: [0]: expected a node"));
+    for (const char* const wrong : {"4", "{}", R"({"universes": 4})", R"({"universes": ["x"]})",
+                                    R"({"universes": [32768]})", R"({"universes": [null]})"}) {
+        EXPECT_THAT(refusal(datacheck::read_nodes, "[{\"universes\": []}, " + std::string(wrong) + "]"),
+                    StartsWith("side: [1]: expected a node"));
+    }
     EXPECT_THAT(refusal(datacheck::read_nodes, "1:4:192.0.2.1:6454\n192.0.2.1\n"),
                 StartsWith("side:2: expected records"));
     EXPECT_THROW(static_cast<void>(datacheck::read_nodes(show_.path("absent"))), cli::Failure);
