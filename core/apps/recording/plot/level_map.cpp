@@ -46,8 +46,7 @@ public:
 
     /// Draws what has been held, up to `end`.
     void close(nanoseconds end) {
-        // Packets without a channel are never sent.
-        if (!held_ || levels_.empty()) {
+        if (!held_) {
             return;
         }
         const nanoseconds until = std::min(end, since_ + kHold);
