@@ -38,7 +38,8 @@ Exit status:
 Examples:
   cuewright-check data
   cuewright-check --strict --level warning data       # for CI
-  cuewright-check --zones zones.json --nodes nodes.txt data
+  cuewright-check --zones zones.json --nodes nodes.json data
+  cuewright-netsurvey --list --json > nodes.json      # the nodes that are there now
   cuewright-check --json data | jq '.findings[].kind'
 )";
 
@@ -113,9 +114,10 @@ int run_program(int argc, const char* const* argv) {
         "--zones", options.zones,
         "Zones that control software sets, as \"cuewrightctl zones\" takes them; names of others are "
         "errors");
-    app.add_option("--nodes", options.nodes,
-                   "Nodes of the network: a JSON array of objects with \"universe\", or discovery records "
-                   "\"1:universe:ip:port\"");
+    app.add_option(
+        "--nodes", options.nodes,
+        "Nodes of the network: static nodes or the list of cuewright-netsurvey (JSON), or its records "
+        "(1:universe:ip:port)");
     app.add_option("--level", options.level, "Lowest level shown: error, warning or note")
         ->check(CLI::IsMember({"error", "warning", "note"}))
         ->capture_default_str();

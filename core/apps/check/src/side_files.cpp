@@ -1,5 +1,7 @@
 #include "side_files.h"
 
+#include <cstdint>
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -8,6 +10,7 @@
 #include <QString>
 
 #include "cli/failure.h"
+#include "cli/value_text.h"
 #include "json_file.h"
 #include "ondra/artnet_node_map.h"
 #include "ondra/truncate_to_int.h"
@@ -38,6 +41,30 @@ std::set<int> node_universes(const ondra::ArtnetNodeMap& map) {
     return universes;
 }
 
+/// A number, or a range as text; false for anything else.
+bool add_universes(const QJsonValue& value, std::set<int>& universes) {
+    constexpr std::uint32_t kHighest = 32767;
+    if (value.isDouble()) {
+        const int universe = ondra::truncate_to_int(value.toDouble());
+        universes.insert(universe);
+        return universe >= 0 && universe <= static_cast<int>(kHighest);
+    }
+    if (!value.isString()) {
+        return false;
+    }
+    try {
+        for (const cli::NumberRange& range :
+             cli::parse_ranges("", value.toString().toStdString(), kHighest)) {
+            for (std::uint32_t universe = range.first; universe <= range.last; ++universe) {
+                universes.insert(static_cast<int>(universe));
+            }
+        }
+    } catch (const cli::UsageError&) {
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::set<int> read_zones(const std::string& path) {
@@ -65,11 +92,15 @@ std::set<int> read_nodes(const std::string& path) {
         const QJsonArray array = require_array(path);
         std::set<int> universes;
         for (int index = 0; index < array.size(); ++index) {
-            const QJsonValue universe = array[index].toObject().value(QLatin1String("universe"));
-            if (!universe.isDouble()) {
-                refuse(path, index, R"(a node: {"universe": NUMBER, "ip": TEXT, "port": NUMBER})");
+            const QJsonValue list = array[index].toObject().value(QLatin1String("universes"));
+            bool good = list.isArray();
+            for (const QJsonValue& universe : list.toArray()) {
+                good = good && add_universes(universe, universes);
             }
-            universes.insert(ondra::truncate_to_int(universe.toDouble()));
+            if (!good) {
+                refuse(path, index,
+                       R"(a node: {"address": TEXT, "universes": [NUMBER or "FIRST-LAST", ...]})");
+            }
         }
         return universes;
     }

@@ -16,9 +16,10 @@ namespace datacheck {
 /**
  * Universes that nodes listen to.
  *
- * The file is either an array of objects with at least a "universe", or the discovery service's own records,
- * "state:universe:ip:port", separated by semicolons or line ends; these are applied in order.
- * Throws cli::Failure, naming file and place, when it cannot be read or holds neither.
+ * The file is what the discovery takes as static nodes or lists as JSON: an array of objects with
+ * "universes", each a number or a range such as "0-3"; or the discovery's records, "state:universe:ip:port",
+ * separated by semicolons or line ends and applied in order. Throws cli::Failure, naming file and place, when
+ * it cannot be read or holds neither.
  */
 [[nodiscard]] std::set<int> read_nodes(const std::string& path);
 

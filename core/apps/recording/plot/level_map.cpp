@@ -46,7 +46,8 @@ public:
 
     /// Draws what has been held, up to `end`.
     void close(nanoseconds end) {
-        if (!held_) {
+        // Packets without a channel are never sent.
+        if (!held_ || levels_.empty()) {
             return;
         }
         const nanoseconds until = std::min(end, since_ + kHold);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -247,7 +248,7 @@ private:
         const int rows = std::min(height, universe.channels);
         const Surface image(cairo_image_surface_create(CAIRO_FORMAT_RGB24, section_.columns, rows));
         unsigned char* const pixels = cairo_image_surface_get_data(image.get());
-        const int stride = cairo_image_surface_get_stride(image.get());
+        const std::ptrdiff_t stride = cairo_image_surface_get_stride(image.get());
         for (int row = 0; row < rows && pixels != nullptr; ++row) {
             const int first = row * universe.channels / rows;
             const int behind = std::max(first + 1, (row + 1) * universe.channels / rows);
@@ -259,7 +260,7 @@ private:
                 const auto grey = static_cast<std::uint32_t>(std::max<std::int16_t>(level, 0));
                 const std::uint32_t pixel =
                     level == UniverseMap::kNothing ? kNothingPixel : 0xFF00'0000U | grey * 0x01'0101U;
-                std::memcpy(pixels + row * stride + column * 4, &pixel, sizeof pixel);
+                std::memcpy(pixels + row * stride + std::ptrdiff_t{4} * column, &pixel, sizeof pixel);
             }
         }
         cairo_surface_mark_dirty(image.get());
@@ -305,7 +306,10 @@ private:
             text(x, y + kTickLength + 14, tick.label, Align::Centre);
         }
         text((kLeft + right_) / 2.0, y + kTickLength + 32,
-             in_minutes(from(), to()) ? "time (min:s)" : "time (s)", Align::Centre);
+             !in_minutes(from(), to()) ? "time (s)"
+             : to() >= 3600            ? "time (h:min:s)"
+                                       : "time (min:s)",
+             Align::Centre);
     }
 
     void draw_legend(int top, int height) {

@@ -26,7 +26,7 @@ constexpr const char* kFooter =
 
 Exit status:
   0  done
-  1  it could not be done
+  1  it could not be done, or a check found something
   2  the command line is wrong
 )";
 

@@ -44,7 +44,9 @@ std::chrono::nanoseconds Intervals::percentile(double share) {
     if (values_.empty()) {
         return {};
     }
-    std::ranges::sort(values_);
+    if (!std::ranges::is_sorted(values_)) {
+        std::ranges::sort(values_);
+    }
     const double rank = std::ceil(share * static_cast<double>(values_.size()));
     const auto index = static_cast<std::size_t>(std::max(rank, 1.0)) - 1;
     return std::chrono::nanoseconds(values_[std::min(index, values_.size() - 1)]);

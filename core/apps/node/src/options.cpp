@@ -1,0 +1,85 @@
+#include "options.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "artnet/universe_ranges.h"
+#include "cli/value_text.h"
+#include "posix/ipv4.h"
+
+namespace node {
+
+namespace {
+
+constexpr const char* kFooter =
+    R"(Examples:
+  cuewright-node --universe 0-3
+      a node with four universes on all addresses of this machine; Ctrl-C shows what came
+  cuewright-node --universe 0-15 --name "Front truss" --address 10.0.0.21
+  cuewright-node --universe 16-31 --name "Back truss" --address 10.0.0.22
+      two nodes on one machine that has both addresses
+  cuewright-node --universe 0 --duration 60 --json
+      one minute, the report for a program
+
+Signals:
+  SIGUSR1           print the report
+  SIGINT, SIGTERM   print the report and end with status 0
+
+Exit status:
+  0  ended by a signal or after --duration
+  1  the system refused something that the program needs
+  2  the command line is wrong
+)";
+
+}  // namespace
+
+OptionReader::OptionReader(CLI::App& app) {
+    app.footer(kFooter);
+    app.add_option("--universe", universes_, "Universes of the node, 0 to 32767: 8, 0-3 or 0-3,8; repeatable")
+        ->required()
+        ->allow_extra_args(false)
+        ->type_name("RANGES");
+    app.add_option("--name", options_.node.name, "Name of the node, up to 17 bytes (default cuewright-node)")
+        ->type_name("TEXT");
+    app.add_option("--address", address_, "The node's own address (default: any of this machine's)")
+        ->type_name("ADDRESS");
+    app.add_option("--port", options_.node.port, "Port to listen at (default 6454)")
+        ->check(CLI::Range(1, 65535))
+        ->type_name("PORT");
+    app.add_option("--frame-gap", frame_gap_,
+                   "Pause that separates frames, where no ArtSync does (default 5)")
+        ->check(CLI::Range(0.01, 10'000.0))
+        ->type_name("MILLISECONDS");
+    app.add_option("--duration", duration_, "End by itself after this time")
+        ->check(CLI::Range(0.001, 1e8))
+        ->type_name("SECONDS");
+    app.add_flag("--json", options_.json, "Print reports as JSON, one object a line");
+}
+
+Options OptionReader::finish() {
+    for (const std::string& text : universes_) {
+        for (const std::uint32_t universe :
+             cli::numbers_of("--universe", cli::parse_ranges("--universe", text, artnet::kLastUniverse))) {
+            options_.node.universes.push_back(static_cast<std::uint16_t>(universe));
+        }
+    }
+    std::vector<std::uint16_t>& all = options_.node.universes;
+    std::ranges::sort(all);
+    all.erase(std::ranges::unique(all).begin(), all.end());
+    if (split_into_replies(all).size() > kMaxReplies) {
+        throw cli::UsageError("--universe: more than a node can have (255 replies of up to four universes)");
+    }
+    if (!address_.empty()) {
+        options_.address = posix::parse_ipv4(address_);
+        if (!options_.address || *options_.address == 0) {
+            throw cli::UsageError("--address " + address_ + ": expected an IPv4 address of this machine");
+        }
+    }
+    if (duration_ > 0) {
+        options_.duration = std::chrono::milliseconds(std::llround(duration_ * 1000.0));
+    }
+    options_.node.frame_gap = std::chrono::nanoseconds(std::llround(frame_gap_ * 1e6));
+    return options_;
+}
+
+}  // namespace node
