@@ -1,0 +1,28 @@
+#pragma once
+// Stops everything and makes the outputs dark.
+
+#include <string>
+
+#include "bus.h"
+
+namespace ctl {
+
+/// What the command line says.
+struct BlackoutOptions {
+    /// Data directory; empty: that of the running service.
+    std::string data;
+    /// Empty: that of eth0.
+    std::string broadcast;
+    bool dry_run = false;
+    bool json = false;
+};
+
+/**
+ * Stops every playlist, since one that plays on would light its outputs again, and then sends zeros.
+ *
+ * Goes as far as it can: a service or a discovery that is not there and files that cannot be read cost a line
+ * on standard error each. Returns the exit status.
+ */
+[[nodiscard]] int blackout(const BusSettings& settings, const BlackoutOptions& options);
+
+}  // namespace ctl
