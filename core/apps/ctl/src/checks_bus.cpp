@@ -53,7 +53,8 @@ Finding check_discovery(const BusFacts& facts) {
             "see that the nodes are on, in the same network, and that nothing filters UDP port 6454; name "
             "devices that answer no polls in its file of static nodes"};
     }
-    return {"discovery", Verdict::Good, "knows " + std::to_string(*facts.nodes) + " nodes", ""};
+    return {"discovery", Verdict::Good,
+            "knows " + std::to_string(*facts.nodes) + (*facts.nodes == 1 ? " node" : " nodes"), ""};
 }
 
 }  // namespace ctl

@@ -38,7 +38,8 @@ Finding check_data(const Show& show, const std::string& why_unknown) {
     }
     if (problems.empty()) {
         return {"data", Verdict::Good,
-                show.directory + ": " + std::to_string(show.playlists.size()) + " playlists can be read",
+                show.directory + ": " + std::to_string(show.playlists.size()) +
+                    (show.playlists.size() == 1 ? " playlist" : " playlists") + " can be read",
                 advice};
     }
     std::string text;

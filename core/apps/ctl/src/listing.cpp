@@ -23,7 +23,7 @@ int list_playlists(const std::string& directory, bool json) {
                                  {QStringLiteral("loop"), playlist.loop},
                                  {QStringLiteral("recordings"), recordings}});
         if (!json) {
-            std::printf("%d\t%s\t%d effects\n", playlist.id, playlist.loop ? "loops" : "ends",
+            std::printf("%d\t%s\teffects: %d\n", playlist.id, playlist.loop ? "loops" : "ends",
                         static_cast<int>(recordings.size()));
         }
     }

@@ -199,7 +199,7 @@ TEST(ChecksTest, Data) {
         .playlist(ShowPlaylist(1).effect(ShowEffect("1.rec")));
     const std::string directory = show.root().toStdString();
     const Finding good = ctl::check_data(ctl::read_show(directory), "");
-    expect_good(good, directory + ": 1 playlists can be read");
+    expect_good(good, directory + ": 1 playlist can be read");
     EXPECT_THAT(good.advice, HasSubstr("cuewright-check " + directory));
 
     show.playlist(ShowPlaylist(2).effect(ShowEffect("away.rec")));

@@ -271,7 +271,7 @@ TEST_F(CommandsTest, ListNamesThePlaylistsOfTheRunningService) {
     add_playlist(12, true, Recording{}.dmx(1, {1}).frame_delay(kFrame), {wire_.output("1")});
     add_playlist(3, false, Recording{}.dmx(1, {1}).frame_delay(kFrame), {wire_.output("1")});
     start();
-    EXPECT_EQ(ctl_well({"list"}), "3\tends\t1 effects\n12\tloops\t1 effects\n");
+    EXPECT_EQ(ctl_well({"list"}), "3\tends\teffects: 1\n12\tloops\teffects: 1\n");
     EXPECT_EQ(ctl_well({"list", "--json"}),
               "[{\"loop\":false,\"playlist_id\":3,\"recordings\":[\"3.rec\"]},"
               "{\"loop\":true,\"playlist_id\":12,\"recordings\":[\"12.rec\"]}]\n");
