@@ -31,13 +31,21 @@ def parse():
                                      epilog="Status: 0 all passed, 1 one failed, 2 wrong command line, 77 none failed, but one was skipped. "
                                             "PEERS_BUILD names a directory with built programs to use instead of building.")
     parser.add_argument("names", nargs="*", metavar="NAME", help="tests to run: " + ", ".join(TESTS) + " (all)")
-    parser.add_argument("--fault", nargs="?", const="all", metavar="FAULT", help="plants a fault, or each in turn: every run must then fail")
+    parser.add_argument("--fault", choices=["all", *sorted({fault for _, faults in TESTS.values() for fault in faults})], metavar="FAULT",
+                        help="plants a fault, or with \"all\" each in turn: every run must then fail (--list shows them)")
     parser.add_argument("--list", action="store_true", help="shows the tests and their faults")
     options = parser.parse_args()
     for name in options.names:
         if name not in TESTS:
             parser.error(f"no test {name}; there are {', '.join(TESTS)}")
+    if options.fault and not any(faults_of(name, options.fault) for name in options.names or TESTS):
+        parser.error(f"no such test has a fault {options.fault}")
     return options
+
+
+def faults_of(name, chosen):
+    """The faults to plant in a test, one a run; None is a run without."""
+    return [fault for fault in TESTS[name][1] if chosen in ("all", fault)] if chosen else [None]
 
 
 def versions():
@@ -88,10 +96,7 @@ def main():
     print(f"peers: {versions()}; load {os.getloadavg()[0]:.1f} on {os.cpu_count()} cores", flush=True)
     outcomes = []
     for name in options.names or TESTS:
-        faults = [None]
-        if options.fault:
-            faults = [fault for fault in TESTS[name][1] if options.fault in ("all", fault)]
-        for fault in faults:
+        for fault in faults_of(name, options.fault):
             began = time.monotonic()
             outcome, message, figures = attempt(name, fault)
             if fault and outcome in ("passed", "FAILED"):

@@ -33,13 +33,12 @@ def test(rig):
             spoil(file, rig.fault)
         service.add(number, file, [f"*:{PEER_ADDRESS}:6454"])
     service.start()
-    for number, (_, options) in enumerate(CASES, 1):
-        play(rig, service, ola, number, files[number - 1], options)
+    for number, (channels, options) in enumerate(CASES, 1):
+        play(rig, service, ola, number, files[number - 1], options, f"{channels} channels, {' '.join(options) or 'no options'}")
 
 
-def play(rig, service, ola, number, frames, options):
+def play(rig, service, ola, number, frames, options, what):
     """Plays one case and judges what came."""
-    what = " ".join(options) or "plain"
     capture = Capture(rig, PEER_LINK, rig.peer)
     forwarder = start_forwarder(rig, *options)
     wanted = {universe: [frame.levels for frame in frames if frame.universe == universe] for universe in UNIVERSES}
@@ -69,13 +68,13 @@ def play(rig, service, ola, number, frames, options):
             place = wanted[universe].index(levels, place)
     require_well_formed(packets)
     seen = frames_only(packets)
-    same_packets(frames, seen, f"tshark, forwarder {what}")
-    require(all(packet.length == len(packet.levels) for packet in seen), f"forwarder {what}: Length and levels differ")
+    same_packets(frames, seen, f"tshark, {what}")
+    require(all(packet.length == len(packet.levels) for packet in seen), f"{what}: Length and levels differ")
     if options:
         require_options(packets, seen)
     caught = sum(len(seen_looks) - len(before[universe]) for universe, seen_looks in looks.items())
     syncs = sum(packet.opcode == ART_SYNC for packet in packets)
-    rig.say(f"forwarder {what}: tshark decoded {len(seen)} ArtDmx" + (f" and {syncs} ArtSync" if syncs else "") +
+    rig.say(f"{what}: tshark decoded {len(seen)} ArtDmx" + (f" and {syncs} ArtSync" if syncs else "") +
             f"; {caught} of their looks read from OLA while they played, and the last ones")
 
 
