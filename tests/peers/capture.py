@@ -44,7 +44,6 @@ class Capture:
     def __init__(self, rig, link, prefix=()):
         need("tshark", "tshark")
         self._rig = rig
-        self._marks = 0
         words = [*prefix, "tshark", "-i", link, "-l", "-n", "-f", f"udp port 6454 or udp port {MARK_PORT}", "-T", "fields", "-E", "separator=;"]
         for field in FIELDS:
             words += ["-e", field]
@@ -54,18 +53,12 @@ class Capture:
 
     def _mark_seen(self):
         self._tshark.alive()
-        self._rig.mark(f"mark {self._marks}")
-        until_text = f"mark {self._marks}".encode().hex()
-        self._marks += 1
-        return any(line.endswith(until_text) or self._is_mark(line) for line in list(self._tshark.out))
+        self._rig.mark("the begin of the capture")
+        return any(map(self._is_mark, list(self._tshark.out)))
 
     @staticmethod
     def _is_mark(line):
         return line.split(";")[1:2] == [str(MARK_PORT)]
-
-    def count(self):
-        """How many Art-Net datagrams have been seen so far."""
-        return sum(not self._is_mark(line) for line in list(self._tshark.out))
 
     def finish(self):
         """Ends it when it has shown everything up to now; all Art-Net datagrams."""

@@ -1,5 +1,6 @@
 """Programs, their ends, deadlines, and a network of two machines: ours (this namespace) and the peer's."""
 
+import json
 import os
 import shutil
 import signal
@@ -217,8 +218,6 @@ class Service:
         self._write("playlists.json", self._playlists)
 
     def _write(self, name, value):
-        import json
-
         (self._data / "playlists" / name).write_text(json.dumps(value), encoding="utf-8")
 
     def start(self):
