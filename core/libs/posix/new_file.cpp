@@ -11,6 +11,9 @@
 
 namespace posix {
 
+// Recordings go beyond 2 GiB, also on 32-bit boards: see the top CMakeLists.txt.
+static_assert(sizeof(off_t) == 8);
+
 namespace {
 
 constexpr std::size_t kBufferSize = 65536;
