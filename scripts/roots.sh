@@ -1,0 +1,86 @@
+# Shared by the scripts that build and test packages: throw-away Debian roots, made by mmdebstrap from the package
+# sources that this machine itself uses. Source it after lib.sh.
+
+# Hosts' architecture, and the Debian release that this machine runs and the roots hold.
+native=$(dpkg --print-architecture)
+release=$(. /etc/os-release && printf %s "${VERSION_CODENAME:-}")
+[ "$release" = bookworm ] || die "this needs Debian 12 (bookworm), this machine says: ${release:-nothing}"
+
+# package_sources [SUITE-SUFFIX...]: the machine's sources of the release's suites, as one-line entries. Without
+# arguments all of them. What else the machine has configured stays out: a root is plain Debian.
+package_sources() {
+    local wanted=("$@") suffix
+    [ $# -gt 0 ] || wanted=("" -updates -security)
+    for suffix in "${wanted[@]}"; do
+        # A field that the source does not set shows as its name.
+        apt-get indextargets --format "deb [signed-by=\$(SIGNED_BY)] \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
+            'Created-By: Packages' "Release: $release$suffix" | sed 's/ \[signed-by=\$(SIGNED_BY)\]//' | sort -u
+    done
+}
+
+# package_options: the settings of the machine's apt that decide whether its sources can be reached and believed,
+# as mmdebstrap's options, in the array apt_options.
+package_options() {
+    local setting
+    apt_options=()
+    while read -r setting; do
+        apt_options+=("--aptopt=$setting")
+    done < <(apt-config dump | grep -E '^Acquire::(http|https|ftp)::Proxy|^Acquire::Check-|^Acquire::Retries' || true)
+}
+
+# progress LOG: keeps all that it reads in LOG and shows what tells how far the work is.
+progress() {
+    local line
+    while IFS= read -r line; do
+        printf '%s\n' "$line" >&3
+        case $line in
+            '==> '*) say "${line#'==> '}" ;;
+            '['*'0/'*']'*) printf '    %s\n' "${line%%']'*}]" ;;
+            'I: running apt-get update'*) printf '    package lists\n' ;;
+            'I: installing remaining packages'*|'I: downloading packages'*) printf '    %s\n' "${line#I: }" ;;
+        esac
+    done 3>"$1"
+}
+
+# enter_emulation ARCHITECTURE SYSROOT COMMAND...: runs COMMAND, in place of this script, where programs of that
+# architecture start through the emulator, as far as it and its children see. SYSROOT is where they find their
+# libraries, which then show up behind the machine's own in /usr/lib; empty for programs in a root of their own.
+# The machine stays as it is: the kernel's table of such formats is a private one of the new user namespace, and the
+# mounts are seen in here only. A process-id namespace keeps a mistaken kill() among the command's own processes:
+# emulated programs that start others have been seen to signal everything. All of them end with this one.
+enter_emulation() {
+    local processor sysroot=$2 steps unshare=(unshare --mount --pid --fork --kill-child --mount-proc)
+    case $1 in
+        arm64) processor=aarch64 ;;
+        armhf) processor=arm ;;
+        *) die "nothing emulates $1 here" ;;
+    esac
+    shift 2
+    ensure_packages qemu-user-static
+    export CUEWRIGHT_EMULATION=yes
+    steps='
+        mount -t binfmt_misc none /proc/sys/fs/binfmt_misc
+        cat "/usr/lib/binfmt.d/qemu-$0.conf" > /proc/sys/fs/binfmt_misc/register
+        [ -z "$1" ] || mount -t overlay overlay -o "lowerdir=/usr/lib:$1/usr/lib" /usr/lib
+        shift
+        exec "$@"'
+    if [ "$(id -u)" -ne 0 ]; then
+        exec "${unshare[@]}" --user --map-root-user sh -ec "$steps" "$processor" "$sysroot" "$@"
+    fi
+    # Root has every user to give, which takes somebody outside who writes the map; programs gain the new name
+    # space's rights when they are started with it.
+    local gate child status=0
+    gate=$(mktemp -u)
+    mkfifo -m 600 "$gate"
+    unshare --user sh -c 'read -r _ < "$0"; exec "$@"' "$gate" \
+        "${unshare[@]}" sh -ec "$steps" "$processor" "$sysroot" "$@" &
+    child=$!
+    trap 'kill -KILL "$child"; exit 130' INT TERM
+    while [ "$(readlink "/proc/$child/ns/user")" = "$(readlink /proc/self/ns/user)" ]; do sleep 0.01; done
+    echo 0 0 65536 > "/proc/$child/uid_map"
+    echo 0 0 65536 > "/proc/$child/gid_map"
+    echo > "$gate"
+    rm "$gate"
+    wait "$child" || status=$?
+    exit "$status"
+}
