@@ -74,14 +74,15 @@ protected:
         full ? (void)full_ports.insert(peer.port()) : (void)full_ports.erase(peer.port());
     }
 
-    /// Hands all datagrams over at once.
-    void arrive(const std::vector<Bytes>& datagrams) {
+    /// Hands all datagrams over at once, as received together some time ago.
+    void arrive(const std::vector<Bytes>& datagrams, std::chrono::milliseconds ago = {}) {
         const auto slots = ring_.writable(datagrams.size());
         ASSERT_EQ(slots.size(), datagrams.size());
+        const auto received = std::chrono::steady_clock::now() - ago;
         for (std::size_t i = 0; i < datagrams.size(); ++i) {
             std::ranges::copy(datagrams[i], slots[i].data.begin());
             slots[i].size = datagrams[i].size();
-            slots[i].received = std::chrono::steady_clock::now();
+            slots[i].received = received;
         }
         ring_.publish(datagrams.size());
     }
@@ -289,6 +290,21 @@ TEST_F(SenderTest, PacedPacketsGoThroughTheQueueOfADestinationThatIsFull) {
     for (unsigned universe = 0; universe < 3; ++universe) {
         EXPECT_EQ(slow_.receive(), artdmx(universe, 0, 1));
     }
+}
+
+TEST_F(SenderTest, AGroupThatIsStillInTheRingIsNotEndedByTheClock) {
+    options_.outlet.sync = true;
+    Sender sender(ring_, options_, log_, nullptr);
+    // More than are handled at a time, and late: the gap is over long before the second part is looked at.
+    std::vector<Bytes> datagrams;
+    for (unsigned universe = 0; universe < forwarder::Destination::kMostPackets + 4; ++universe) {
+        datagrams.push_back(tests::datagram("127.0.0.1", other_.port(), artdmx(universe)));
+    }
+    arrive(datagrams, std::chrono::hours(1));
+    ring_.close();
+    sender.join();
+    EXPECT_EQ(counters(sender, other_).packets, datagrams.size() + 1);
+    EXPECT_EQ(sender.outlet()->counters().syncs, 1U);
 }
 
 TEST_F(SenderTest, DestinationsThatShareASocketAreTrimmedAndCountedAsNotFollowed) {
