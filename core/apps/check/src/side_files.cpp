@@ -94,8 +94,9 @@ std::set<int> read_nodes(const std::string& path) {
         for (int index = 0; index < array.size(); ++index) {
             const QJsonValue list = array[index].toObject().value(QLatin1String("universes"));
             bool good = list.isArray();
-            for (const QJsonValue& universe : list.toArray()) {
-                good = good && add_universes(universe, universes);
+            const QJsonArray listed = list.toArray();
+            for (int place = 0; good && place < listed.size(); ++place) {
+                good = add_universes(listed.at(place), universes);
             }
             if (!good) {
                 refuse(path, index,
