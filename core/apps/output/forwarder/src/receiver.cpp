@@ -112,8 +112,7 @@ void Receiver::run() {
     }
     const pollfd& stop = waits[1];
     bool ring_full = false;
-    // Who is asked first changes: the room that a busy sender makes is used up by the first with much to
-    // read.
+    // Whose turn it is: the room that a busy sender makes is used up by the first with much to read.
     std::size_t first = 0;
     while (stop.revents == 0) {
         const bool no_room = ring_full && ring_.await_room();
@@ -122,12 +121,18 @@ void Receiver::run() {
             continue;
         }
         ring_full = false;
-        first = (first + 1) % sockets_.size();
+        const std::size_t begin = first;
         for (std::size_t turn = 0; turn < sockets_.size(); ++turn) {
-            const std::size_t i = (first + turn) % sockets_.size();
+            const std::size_t i = (begin + turn) % sockets_.size();
             // After a wait for room the sockets were not looked at; they held something before it.
-            if (no_room || waits[i + 2].revents != 0) {
-                ring_full = drain(*sockets_[i], *batch) == Found::RingFull || ring_full;
+            if (!no_room && waits[i + 2].revents == 0) {
+                continue;
+            }
+            const std::uint64_t before = sockets_[i]->received();
+            if (drain(*sockets_[i], *batch) == Found::RingFull && !ring_full) {
+                ring_full = true;
+                // The one that took the last room has had its turn; one that found none keeps it.
+                first = sockets_[i]->received() != before ? (i + 1) % sockets_.size() : i;
             }
         }
     }
