@@ -82,7 +82,7 @@ std::vector<std::uint16_t> output_universes(const ArtPollReply& reply) {
         }
     }
     std::ranges::sort(universes);
-    universes.erase(std::ranges::unique(universes).begin(), universes.end());
+    universes.erase(std::unique(universes.begin(), universes.end()), universes.end());
     return universes;
 }
 

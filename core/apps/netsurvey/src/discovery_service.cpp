@@ -109,7 +109,7 @@ void DiscoveryService::take_changes(const Changes& changes) {
         both.push_back(change.record);
     }
     std::ranges::sort(both);
-    both.erase(std::ranges::unique(both).begin(), both.end());
+    both.erase(std::unique(both.begin(), both.end()), both.end());
     store(both);
     send(announcer_.announce(changes));
     if (removes) {

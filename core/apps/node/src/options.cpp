@@ -65,7 +65,7 @@ Options OptionReader::finish() {
     }
     std::vector<std::uint16_t>& all = options_.node.universes;
     std::ranges::sort(all);
-    all.erase(std::ranges::unique(all).begin(), all.end());
+    all.erase(std::unique(all.begin(), all.end()), all.end());
     if (split_into_replies(all).size() > kMaxReplies) {
         throw cli::UsageError("--universe: more than a node can have (255 replies of up to four universes)");
     }
