@@ -55,18 +55,18 @@ Timeline::Timeline(const std::string& path, int fps, int ppf, const std::functio
     ondra::Clock::duration time{0};
     for (int index = 0; index < count && playlist_->packet(index, packet); ++index) {
         if (start_.empty()) {
-            start_.push_back(time);
+            start_.emplace_back(time);
         }
         frame_.push_back(static_cast<std::uint32_t>(start_.size() - 1));
         universe_.push_back(packet.universe);
         if (packet.delay > 0ns) {
             time = ondra::saturating_add(time, packet.delay);
-            start_.push_back(time);
+            start_.emplace_back(time);
         }
     }
     // A load that ended with an error leaves a frame without an end.
     if (!frame_.empty() && frame_.back() == start_.size() - 1) {
-        start_.push_back(time);
+        start_.emplace_back(time);
     }
 }
 

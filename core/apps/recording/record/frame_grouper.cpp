@@ -17,7 +17,7 @@ std::optional<Frame> FrameGrouper::add(const CapturedDmx& packet) {
     if (frame_.packet_count == 0) {
         begin(packet.time);
     } else if (const std::optional<FrameEnd> end = end_before(packet)) {
-        whole = std::move(frame_);
+        whole = std::exchange(frame_, {});
         whole->end = *end;
         // Packets may overtake each other on their way through the kernel, by a few microseconds.
         whole->delay = std::max(packet.time - whole->time, std::chrono::nanoseconds::zero());
