@@ -153,6 +153,10 @@ void Outlet::resend(Time now) {
             return;
         }
         const std::size_t destination = streams_.destination_of(*stream);
+        if (pacer_ && pacer_->holds(destination, *stream)) {
+            // Its newest frame has not had its turn yet, so there is nothing to repeat.
+            continue;
+        }
         group(destination, *stream, now, now);
         enqueue(destination, *stream, keep_alive_->frame(*stream), now);
         add(resent_, 1);
@@ -165,6 +169,9 @@ void Outlet::release(Time now) {
         if (departure->sync) {
             emit_sync();
             continue;
+        }
+        if (keep_alive_ && departure->stream != kNoStream) {
+            keep_alive_->sent(departure->stream, now);
         }
         // The pacer gives its memory to the next one, so that a packet that is sent as it is needs a copy.
         emit(departure->stream,

@@ -21,7 +21,7 @@ Pacer::Loss Pacer::add(std::size_t destination, std::size_t stream, std::span<co
         return Loss::Superseded;
     }
     Loss loss = Loss::None;
-    if (queue.waiting.size() >= kMostOfOne || size_ >= kMostInAll) {
+    if (queue.frames >= kMostOfOne || size_ >= kMostInAll) {
         loss = Loss::Dropped;
         if (!pop_frame(queue)) {
             // Others have all the room.
@@ -34,10 +34,16 @@ Pacer::Loss Pacer::add(std::size_t destination, std::size_t stream, std::span<co
     place.sync = false;
     place.fill(packet);
     ++size_;
+    ++queue.frames;
     if (stream != kNoStream) {
         queue.numbers.emplace(stream, queue.taken + queue.waiting.size() - 1);
     }
     return loss;
+}
+
+bool Pacer::holds(std::size_t destination, std::size_t stream) const {
+    const auto queue = queues_.find(destination);
+    return queue != queues_.end() && queue->second.numbers.contains(stream);
 }
 
 void Pacer::add_sync(std::size_t destination, Time now) {
@@ -90,6 +96,7 @@ void Pacer::pop(Queue& queue) {
     }
     if (!front.sync) {
         --size_;
+        --queue.frames;
     }
     queue.waiting.pop_front();
     ++queue.taken;

@@ -53,6 +53,8 @@ public:
     /// @param packet  at most 530 bytes; copied
     [[nodiscard]] Loss add(std::size_t destination, std::size_t stream, std::span<const unsigned char> packet,
                            Time now);
+    /// Whether a frame of the stream waits.
+    [[nodiscard]] bool holds(std::size_t destination, std::size_t stream) const;
     /// Puts an ArtSync behind what waits; two with nothing between them are one.
     void add_sync(std::size_t destination, Time now);
     /// The next packet that may go; its destination's next gap begins. Nothing when all must wait.
@@ -83,6 +85,8 @@ private:
     };
     struct Queue {
         std::deque<Waiting> waiting;
+        /// Those that wait, without ArtSync.
+        std::size_t frames = 0;
         /// Packets ever taken from the front: a packet's number less this is its place.
         std::uint64_t taken = 0;
         /// Number of the packet that waits, by stream.
