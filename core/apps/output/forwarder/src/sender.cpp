@@ -92,13 +92,14 @@ void Sender::run() {
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     }
     while (!ring_.finished()) {
-        const std::span<Slot> slots = ring_.wait_readable(kBatch, next_wake());
+        const auto wake = next_wake();
+        const std::span<Slot> slots = ring_.wait_readable(kBatch, wake);
         process(slots);
         if (outlet_) {
-            // The packets lie in the ring until they are sent. What has come since the last of them may
-            // still be behind them in the ring.
+            // The packets lie in the ring until they are sent. What has come since the last of them, or since
+            // the wait ended by its time, may still be in the ring.
             const auto now = Backoff::Clock::now();
-            outlet_->serve(now, slots.empty() ? now : slots.back().received);
+            outlet_->serve(now, slots.empty() ? std::min(now, wake) : slots.back().received);
         }
         ring_.release(slots.size());
         retry_backlog();
