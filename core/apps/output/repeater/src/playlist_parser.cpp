@@ -180,7 +180,8 @@ Playlist::Effect PlaylistParser::parse_effect(const QJsonObject& object) const {
         ONDRA_LOG(ondra::kDetail, "[PlaylistParser::parse_effects] Sort ID (%d)", sort_key(object));
     }
     tell_default(object, "sort", QJsonValue::Double, "0");
-    tell_default(object, "ppf", QJsonValue::Double, "-1, found from the recording");
+    tell_default(object, "ppf", QJsonValue::Double,
+                 ondra::truncate_to_int(fps.toDouble()) == kNotGiven ? "-1" : "-1, found from the recording");
     tell_default(object, "universes", QJsonValue::Array, "no universe has a zone");
     tell_default(object, "name", QJsonValue::String, "empty");
     Playlist::Effect effect;
