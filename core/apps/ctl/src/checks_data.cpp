@@ -15,7 +15,7 @@ std::set<std::string> recording_problems(const Show& show) {
         for (const Playlist::Effect& effect : playlist.effects) {
             const std::string path = recording_path(show, effect);
             if (const std::string problem = recording_problem(path); !problem.empty()) {
-                problems.insert(path + ": " + problem);
+                problems.insert(std::string(path).append(": ").append(problem));
             }
         }
     }

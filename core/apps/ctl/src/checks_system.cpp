@@ -56,7 +56,7 @@ std::string slow_governors(const std::string& root, std::size_t& found) {
     }
     std::string text;
     for (const auto& [governor, processors] : processors_of) {
-        text += (text.empty() ? "" : "; ") + governor + " on " + processors;
+        text.append(text.empty() ? "" : "; ").append(governor).append(" on ").append(processors);
     }
     return text;
 }

@@ -39,9 +39,9 @@ bool answered(const QDBusMessage& reply) {
 
 }  // namespace
 
-DiscoveryService::DiscoveryService(const QDBusConnection& bus, NodeTable& table, Memory memory,
+DiscoveryService::DiscoveryService(QDBusConnection bus, NodeTable& table, Memory memory,
                                    std::function<void(const std::string&)> log)
-    : bus_(bus),
+    : bus_(std::move(bus)),
       table_(table),
       memory_(std::move(memory)),
       log_(std::move(log)),

@@ -27,7 +27,7 @@ class DiscoveryService final : public QObject {
 
 public:
     /// @param log  is told, a line each, what the user should know
-    DiscoveryService(const QDBusConnection& bus, NodeTable& table, Memory memory,
+    DiscoveryService(QDBusConnection bus, NodeTable& table, Memory memory,
                      std::function<void(const std::string&)> log);
 
     /// Takes up what an earlier run remembered.

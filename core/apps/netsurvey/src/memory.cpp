@@ -23,7 +23,7 @@ namespace netsurvey {
 namespace {
 
 /// Far more than a full table; what is longer is not ours.
-constexpr off_t kMaxFileSize = 16 * 1024 * 1024;
+constexpr off_t kMaxFileSize = off_t{16} * 1024 * 1024;
 
 std::optional<std::uint16_t> parse_number(std::string_view text) {
     std::uint16_t value = 0;
@@ -114,7 +114,7 @@ std::string Memory::store(std::span<const NodeRecord> records) const {
         return reason(path_);
     }
     if (!write_all(file.get(), text) || rename(temporary.c_str(), path_.c_str()) != 0) {
-        const std::string why = reason(path_);
+        std::string why = reason(path_);
         unlink(temporary.c_str());
         return why;
     }

@@ -36,7 +36,7 @@ std::vector<std::uint16_t> universes_of(const QJsonObject& node) {
 }
 
 QString heard_text(const QJsonObject& node) {
-    const QString source = node.value(QLatin1String("source")).toString();
+    QString source = node.value(QLatin1String("source")).toString();
     if (source != QLatin1String("reply")) {
         return source;
     }

@@ -20,7 +20,7 @@ namespace netsurvey {
 namespace {
 
 /// More than that is no list of devices but something else.
-constexpr qint64 kMaxFileSize = 16 * 1024 * 1024;
+constexpr qint64 kMaxFileSize = qint64{16} * 1024 * 1024;
 constexpr int kMaxNodes = 4096;
 
 /// One element of the file, read key by key.
@@ -36,7 +36,7 @@ public:
                              QStringLiteral("universes")}
                      .contains(key)) {
                 fail("unknown key \"" + key.toStdString() +
-                     "\"; expected \"address\", \"universes\", \"port\" or \"name\"");
+                     R"("; expected "address", "universes", "port" or "name")");
             }
         }
     }
@@ -59,7 +59,7 @@ private:
         const std::optional<std::uint32_t> address =
             posix::parse_ipv4(at("address").toString().toStdString());
         if (!address || *address >> 24 == 0) {
-            fail("\"address\": expected an IPv4 address such as \"10.0.0.5\"");
+            fail(R"("address": expected an IPv4 address such as "10.0.0.5")");
         }
         return *address;
     }
@@ -96,7 +96,7 @@ private:
             }
         }
         if (universes.empty()) {
-            fail("\"universes\": expected an array with a number or a range such as \"0-3\"");
+            fail(R"("universes": expected an array with a number or a range such as "0-3")");
         }
         return universes;
     }
@@ -107,7 +107,7 @@ private:
         try {
             return cli::parse_ranges("", text, artnet::kLastUniverse);
         } catch (const cli::UsageError&) {
-            fail("\"universes\": \"" + text + "\" is neither a universe from 0 to 32767 nor a range");
+            fail(R"("universes": ")" + text + "\" is neither a universe from 0 to 32767 nor a range");
         }
     }
 
@@ -140,6 +140,7 @@ std::vector<StaticNode> read_static_nodes(const std::string& path) {
     }
     std::vector<StaticNode> nodes;
     const QJsonArray elements = document.array();
+    nodes.reserve(static_cast<std::size_t>(elements.size()));
     for (int i = 0; i < elements.size(); ++i) {
         nodes.push_back(Element(path + ": element " + std::to_string(i), elements[i]).node());
     }
