@@ -7,7 +7,7 @@
 namespace ctl {
 
 ondra::ArtnetNodeMap present_nodes(const Bus& bus) {
-    const QString records =
+    const auto records =
         bus.ask<QString>({kDiscovery, kRoot, kDiscoveryInterface, QStringLiteral("list_nodes")});
     ondra::ArtnetNodeMap nodes;
     ondra::update_artnet_node_map(records, nodes);

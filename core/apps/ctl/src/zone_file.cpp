@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kLastChannel = 511;
 constexpr const char* kExpectedZone =
-    "expected an object such as {\"id\": 1, \"priority\": 5, \"channels\": [0, 1, 2]}";
+    R"(expected an object such as {"id": 1, "priority": 5, "channels": [0, 1, 2]})";
 
 /// Where errors are: the file, and the element that is being read.
 class Place {
