@@ -33,8 +33,6 @@ public:
 
     /// Takes in a frame that is on its way; at most 530 bytes.
     void store(std::size_t stream, std::span<const unsigned char> packet, Time now);
-    /// Its last frame leaves only now: the period begins anew.
-    void sent(std::size_t stream, Time now) { silent_at_.put(stream, now + period_); }
     /// A stream whose frame is to be sent now; its next period begins.
     [[nodiscard]] std::optional<std::size_t> take_due(Time now);
     /// The last frame of a stream that was stored; stays valid until the next one is stored.

@@ -170,9 +170,6 @@ void Outlet::release(Time now) {
             emit_sync();
             continue;
         }
-        if (keep_alive_ && departure->stream != kNoStream) {
-            keep_alive_->sent(departure->stream, now);
-        }
         // The pacer gives its memory to the next one, so that a packet that is sent as it is needs a copy.
         emit(departure->stream,
              sequences_ && departure->stream != kNoStream ? departure->packet : copy(departure->packet));

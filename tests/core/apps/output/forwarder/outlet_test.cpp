@@ -165,19 +165,6 @@ TEST_F(OutletTest, PacedPacketsTakeTheirNumbersWhenTheyLeaveAndTheArtSyncIsPaced
     EXPECT_TRUE(outlet_->idle());
 }
 
-TEST_F(OutletTest, SilenceIsCountedFromWhenAPacedFrameLeaves) {
-    make({.keep_alive = milliseconds(900), .pace = milliseconds(500)});
-    arrive(0, {artdmx(1), artdmx(2)}, milliseconds(0));
-    EXPECT_EQ(sink_.take(0), (std::vector<Bytes>{artdmx(1)}));
-    serve(milliseconds(500));
-    EXPECT_EQ(sink_.take(0), (std::vector<Bytes>{artdmx(2)}));
-    serve(milliseconds(1399));
-    EXPECT_EQ(sink_.take(0), (std::vector<Bytes>{artdmx(1)})) << "silent since 0";
-    EXPECT_EQ(outlet_->counters().resent, 1U) << "the other only since 500";
-    serve(milliseconds(1899));
-    EXPECT_EQ(sink_.take(0), (std::vector<Bytes>{artdmx(2)}));
-}
-
 TEST_F(OutletTest, AFrameThatWaitsForItsTurnIsNotRepeatedMeanwhile) {
     make({.keep_alive = milliseconds(900), .pace = milliseconds(1000)});
     arrive(0, {artdmx(1), artdmx(2), artdmx(3)}, milliseconds(0));
