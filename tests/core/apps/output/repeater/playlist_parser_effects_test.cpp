@@ -270,21 +270,22 @@ TEST_F(PlaylistParserEffectsTest, AnObserverHearsOfEachElementAndChangesNoLine) 
     write_effects(3, R"([{"path": "b", "fps": -1, "outputs": [5, "1:10.0.0.5:1"], "sort": 1, "ppf": "2",
                           "universes": [{"id": 1}], "name": "late"},
                          7,
+                         {"path": "a", "fps": 25, "outputs": [], "sort": -1, "ppf": "2", "universes": [], "name": "early"},
                          {"path": "c", "outputs": [], "sort": 2}])");
     const auto lines = [this](const PlaylistParser& parser) {
         Playlist playlist;
         parse_desc(3, playlist);
         const CapturedLog log;
         EXPECT_EQ(thrown<Exceptions::InvalidFileFormat>([&] { parser.parse_effects(playlist); }), kInvalid);
-        EXPECT_THAT(paths(playlist), ElementsAre("b"));
+        EXPECT_THAT(paths(playlist), ElementsAre("a", "b"));
         return log.lines();
     };
     Listener listener;
     EXPECT_EQ(lines(PlaylistParser(listener)), lines(PlaylistParser()));
-    EXPECT_THAT(listener.heard, ElementsAre("effect 0", "skipped  -1: it is not an object", "effect 1",
-                                            "defaulted ppf -1: -1, found from the recording",
-                                            "skipped outputs 0: it is not a text",
+    EXPECT_THAT(listener.heard, ElementsAre("effect 0", "defaulted ppf -1: -1, found from the recording",
+                                            "effect 1", "skipped  -1: it is not an object", "effect 2",
+                                            "defaulted ppf -1: -1", "skipped outputs 0: it is not a text",
                                             "skipped outputs 1: its port must be 1024 to 65535",
-                                            "skipped universes 0: its \"zone\" must be a number", "effect 2",
+                                            "skipped universes 0: its \"zone\" must be a number", "effect 3",
                                             "rejected fps -1: must be a number"));
 }
