@@ -7,6 +7,7 @@
 
 #include <linux/sock_diag.h>
 
+#include "capture/kernel_stamps.h"
 #include "capture/receive_buffer.h"
 
 namespace capture {
@@ -18,6 +19,7 @@ Source::Source(posix::FileDescriptor socket)
         throw SourceError("the system gives no receive time stamps: " +
                           std::generic_category().message(errno));
     }
+    await_kernel_stamps();
     // Without the counter, the socket's own one still tells of drops.
     setsockopt(socket_.get(), SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
     receive_buffer_ = widen_receive_buffer(socket_.get());
