@@ -45,8 +45,9 @@ if command -v ccache >/dev/null; then
     launcher_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
 
-# configure_and_build PRESET: builds a preset with all cores, quiet unless something fails.
+# configure_and_build PRESET [TARGET...]: builds a preset, or only those of its targets, with all cores, quiet unless
+# something fails.
 configure_and_build() {
     cmake --preset "$1" "${launcher_options[@]}" >/dev/null
-    cmake --build --preset "$1"
+    cmake --build --preset "$1" ${2:+--target "${@:2}"}
 }

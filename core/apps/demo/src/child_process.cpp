@@ -122,6 +122,12 @@ std::optional<int> ChildProcess::exit_status() {
     return reap(false) && WIFEXITED(*status_) ? std::optional<int>(WEXITSTATUS(*status_)) : std::nullopt;
 }
 
+void ChildProcess::ask_to_end() noexcept {
+    if (!reap(false)) {
+        kill(pid_, SIGTERM);
+    }
+}
+
 void ChildProcess::stop() noexcept {
     if (reap(false)) {
         return;

@@ -41,6 +41,8 @@ public:
     [[nodiscard]] std::optional<std::string> ending();
     /// The exit status; none while it runs and when a signal ended it.
     [[nodiscard]] std::optional<int> exit_status();
+    /// Sends the termination signal, and waits for nothing.
+    void ask_to_end() noexcept;
     /// Ends it and waits for that.
     void stop() noexcept;
 

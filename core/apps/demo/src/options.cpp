@@ -48,6 +48,7 @@ ParsedOptions parse_options(int argc, const char* const* argv, const std::vector
     Options& options = parsed.options;
     std::string service = built_program("output/repeater/src/cuewright");
     std::string forwarder = built_program("output/forwarder/src/cuewright-forwarder");
+    std::string monitor = built_program("monitor/src/cuewright-monitor");
     std::string keep;
     CLI::App app{kDescription, "cuewright-demo"};
     app.footer(footer(calls));
@@ -64,6 +65,10 @@ ParsedOptions parse_options(int argc, const char* const* argv, const std::vector
         ->type_name("PATH");
     app.add_option("--forwarder", forwarder, "The forwarder's program (default: the one of this build)")
         ->type_name("PATH");
+    app.add_option(
+           "--monitor", monitor,
+           "The monitor's program (default: the one of this build); without it no lateness is measured")
+        ->type_name("PATH");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForVersion& call) {
@@ -78,6 +83,7 @@ ParsedOptions parse_options(int argc, const char* const* argv, const std::vector
     }
     options.service = service;
     options.forwarder = forwarder;
+    options.monitor = monitor;
     options.keep = keep;
     return parsed;
 }

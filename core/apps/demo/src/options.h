@@ -14,6 +14,8 @@ inline constexpr std::uint16_t kArtNetPort = 6454;
 struct Options {
     std::filesystem::path service;
     std::filesystem::path forwarder;
+    /// Need not be there.
+    std::filesystem::path monitor;
     std::uint16_t port = kArtNetPort;
     /// Where the show is kept; empty: nowhere.
     std::filesystem::path keep;

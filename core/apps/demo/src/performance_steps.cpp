@@ -30,10 +30,14 @@ void Performance::set_up() {
     stage_.start_bus();
     control_ = std::make_unique<Control>(stage_.bus_address());
     screen_.say("   A private session bus runs.");
+    const std::string unmeasured =
+        stage_.start_monitor(stage_.data_directory() / "recordings" / playlist(kChase).recording);
     stage_.start_forwarder();
     screen_.say("   The forwarder listens on 127.0.0.1, port " + std::to_string(options_.port) +
                 ".\n   What the show sends to 192.0.2.0/24 it sends to 127.0.0.2, where this demo\n"
                 "   listens. Nothing leaves this machine.");
+    screen_.say(unmeasured.empty() ? "   The monitor gets copies, to see how late they are."
+                                   : "   No lateness is measured: " + unmeasured);
     stage_.start_service();
     if (!stage_.wait_for([this] { return control_->service_is_there(); }, kServiceStart)) {
         throw Failure("the service does not appear on the bus");
@@ -52,6 +56,8 @@ void Performance::play_alone() {
     headline("Play playlist 1: a looping chase on universes 0 to 3, 40 frames a second");
     step(
         "play", [this] { expect("play playlist 1", true, control_->play(kChase)); }, From::FirstPacket);
+    // Only so far does it play as recorded.
+    summary_.add_shown(stage_.stop_monitor());
     expect("zones can be changed while a playlist is loaded", false, control_->remove_all_zones());
 
     headline("Brightness of playlist 1: 75, 50, 25, 100 % (universe 0 is shown)");

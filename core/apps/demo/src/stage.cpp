@@ -26,6 +26,8 @@ using namespace std::chrono_literals;
 constexpr const char* kForwarderIp = "127.0.0.1";
 constexpr const char* kReceiverIp = "127.0.0.2";
 constexpr auto kStartTime = 30s;
+/// For each, start and end, of the monitor, without which the show goes on.
+constexpr auto kMonitorTime = 10s;
 /// How long an event of the bus may wait until it is served.
 constexpr int kMomentMilliseconds = 10;
 /// A local socket's path has room for 108 characters.
@@ -183,13 +185,34 @@ void Stage::start_bus() {
     }
 }
 
+std::string Stage::start_monitor(const std::filesystem::path& recording) {
+    monitor_ = std::make_unique<LatenessMeter>(options_.monitor, recording, log_of("monitor"));
+    if (!wait_for([this] { return monitor_->settled(); }, kMonitorTime)) {
+        monitor_->give_up("the monitor does not start");
+    }
+    return monitor_->reason();
+}
+
+std::string Stage::stop_monitor() {
+    monitor_->ask_to_end();
+    // Killed after that; then it has measured nothing.
+    static_cast<void>(wait_for([this] { return monitor_->ended(); }, kMonitorTime));
+    return monitor_->result();
+}
+
 void Stage::start_forwarder() {
     // The second rule is the promise that nothing leaves this machine, wherever a packet is meant to go.
-    forwarder_ = start(
-        "the forwarder",
-        {options_.forwarder.string(), "--port", std::to_string(options_.port), "--rewrite",
-         std::string("192.0.2.0/24=") + kReceiverIp, "--rewrite", std::string("0.0.0.0/0=") + kReceiverIp},
-        {"LC_ALL=C.UTF-8"}, log_of("forwarder"));
+    std::vector<std::string> command{options_.forwarder.string(),
+                                     "--port",
+                                     std::to_string(options_.port),
+                                     "--rewrite",
+                                     std::string("192.0.2.0/24=") + kReceiverIp,
+                                     "--rewrite",
+                                     std::string("0.0.0.0/0=") + kReceiverIp};
+    if (monitor_ != nullptr && !monitor_->place().empty()) {
+        command.insert(command.end(), {"--tee", monitor_->place()});
+    }
+    forwarder_ = start("the forwarder", command, {"LC_ALL=C.UTF-8"}, log_of("forwarder"));
     wait_for_road();
 }
 
@@ -264,6 +287,7 @@ void Stage::check() {
 void Stage::stop() {
     service_.reset();
     forwarder_.reset();
+    monitor_.reset();
     bus_.reset();
 }
 

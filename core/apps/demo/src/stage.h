@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "child_process.h"
+#include "lateness_meter.h"
 #include "mark.h"
 #include "options.h"
 #include "packet_receiver.h"
@@ -32,10 +33,10 @@ private:
 };
 
 /**
- * Starts bus, forwarder and service, in this order, and ends them in the reverse one.
+ * Starts bus, monitor, forwarder and service, in this order, and ends them in the reverse one.
  *
- * Main thread. Every function throws Failure when one of the programs has ended, and Interrupted after a
- * signal.
+ * Main thread. Every function throws Failure when one of the programs but the monitor has ended, and
+ * Interrupted after a signal.
  */
 class Stage {
 public:
@@ -44,10 +45,15 @@ public:
 
     /// Throws Failure, with what to do, when a port is taken or a program is missing.
     void start_bus();
+    /// Prepares the comparison with that recording. Returns why there is none; empty: there is one.
+    std::string start_monitor(const std::filesystem::path& recording);
+    /// With copies to the monitor as long as that runs.
     void start_forwarder();
     void start_service();
-    /// Ends the forwarder, on purpose, and starts it again.
+    /// Ends the forwarder, on purpose, to be started again.
     void stop_forwarder();
+    /// Ends the monitor, which must have been started; see LatenessMeter::result().
+    [[nodiscard]] std::string stop_monitor();
 
     /// Where the service reads its shows.
     [[nodiscard]] std::filesystem::path data_directory() const { return directory_.path() / "data"; }
@@ -60,7 +66,7 @@ public:
     void wait_a_moment();
     /// Waits for the condition; false at the deadline.
     [[nodiscard]] bool wait_for(const std::function<bool()>& condition, std::chrono::milliseconds deadline);
-    /// Throws when a signal has come or one of the programs has ended.
+    /// Throws when a signal has come or one of the programs but the monitor has ended.
     void check();
     /// Ends everything in order.
     void stop();
@@ -79,6 +85,7 @@ private:
     std::string bus_address_;
     std::unique_ptr<PacketReceiver> receiver_;
     std::unique_ptr<ChildProcess> bus_;
+    std::unique_ptr<LatenessMeter> monitor_;
     std::unique_ptr<ChildProcess> forwarder_;
     std::unique_ptr<ChildProcess> service_;
 };

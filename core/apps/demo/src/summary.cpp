@@ -103,7 +103,7 @@ std::string Summary::text() const {
         "                           packets frames/second peak level out of  wrong\n"
         "step               list exp.   got   exp.     got exp.  got   turn levels\n" +
         step_rows_ + "\n                                                 expected        got\n" + fact_rows_ +
-        "\n";
+        "\n" + (shown_.empty() ? "" : shown_ + "\n");
     for (const std::string& complaint : complaints_) {
         text += complaint + "\n";
     }

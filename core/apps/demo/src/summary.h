@@ -18,6 +18,8 @@ public:
     void add_fact(const std::string& label, const std::string& expected, const std::string& measured);
     /// Says that a step could not be made; that is no failure.
     void add_skipped(const std::string& label, const std::string& reason);
+    /// Shows lines, each with its line feed, that are no part of the judgement.
+    void add_shown(const std::string& lines) { shown_ += lines; }
 
     [[nodiscard]] bool agrees() const noexcept { return complaints_.empty(); }
     /// Lines ending in line feeds.
@@ -28,6 +30,7 @@ private:
 
     std::string step_rows_;
     std::string fact_rows_;
+    std::string shown_;
     std::vector<std::string> complaints_;
 };
 

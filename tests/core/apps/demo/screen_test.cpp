@@ -24,6 +24,15 @@ TEST(SummaryTest, FactsThatDifferAreNamedAndDisagree) {
     EXPECT_NE(summary.text().find("What came out is NOT what was expected."), std::string::npos);
 }
 
+TEST(SummaryTest, WhatIsOnlyShownIsNotJudged) {
+    Summary summary;
+    summary.add_shown("lateness: a week\n");
+    EXPECT_TRUE(summary.agrees());
+    EXPECT_NE(summary.text().find("\nlateness: a week\n\nAll that came out is what was expected."),
+              std::string::npos)
+        << summary.text();
+}
+
 TEST(SummaryTest, AStepThatShowsNothingDisagreesInPacketsRateAndPeak) {
     const StepExpectation step{.name = "play",
                                .label = "the chase",
