@@ -5,11 +5,12 @@
 
 #include <arpa/inet.h>
 
+#include "artnet/records.h"
+
 namespace artnet {
 
 namespace {
 
-constexpr std::array<unsigned char, 8> kIdentifier{'A', 'r', 't', '-', 'N', 'e', 't', '\0'};
 constexpr std::size_t kAddressOffset = offsetof(ForwardingDatagram, address);
 constexpr std::size_t kPortOffset = offsetof(ForwardingDatagram, port);
 constexpr std::uint32_t kLargestPort = 65535;
@@ -57,7 +58,8 @@ ForwardingFault parse_forwarding_datagram(std::span<const unsigned char> datagra
         return ForwardingFault::Port;
     }
     target = {ntohl(address.s_addr), static_cast<std::uint16_t>(port)};
-    if (!std::ranges::equal(datagram.subspan(kForwardingHeaderSize, kIdentifier.size()), kIdentifier)) {
+    if (!std::ranges::equal(datagram.subspan(kForwardingHeaderSize, kArtNetIdentifier.size()),
+                            kArtNetIdentifier)) {
         return ForwardingFault::Identifier;
     }
     return ForwardingFault::None;

@@ -1,7 +1,6 @@
 #include "artnet/packet_decoder.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 
 #include "artnet/opcodes.h"
@@ -9,15 +8,9 @@
 
 namespace artnet {
 
-namespace {
-
-constexpr std::array<unsigned char, 8> kIdentifier{'A', 'r', 't', '-', 'N', 'e', 't', '\0'};
-
-}  // namespace
-
 PacketKind decode_packet(std::span<const unsigned char> datagram, DmxPacket& dmx) noexcept {
     if (datagram.size() < sizeof(ArtHeader) ||
-        !std::ranges::equal(datagram.first(kIdentifier.size()), kIdentifier)) {
+        !std::ranges::equal(datagram.first(kArtNetIdentifier.size()), kArtNetIdentifier)) {
         return PacketKind::NotArtNet;
     }
     constexpr std::size_t kOpCode = offsetof(ArtHeader, OpCode);

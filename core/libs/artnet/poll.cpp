@@ -4,15 +4,12 @@
 #include <cstring>
 
 #include "artnet/opcodes.h"
+#include "artnet/packet_header.h"
 #include "artnet/universe.h"
 
 namespace artnet {
 
 namespace {
-
-constexpr ArtHeader header_of(std::uint16_t opcode) {
-    return {.ID = {'A', 'r', 't', '-', 'N', 'e', 't', '\0'}, .OpCode = opcode};
-}
 
 bool begins_with(std::span<const std::uint8_t> datagram, const ArtHeader& header) {
     return datagram.size() >= sizeof header && std::memcmp(datagram.data(), &header, sizeof header) == 0;

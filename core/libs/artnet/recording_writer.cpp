@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "artnet/opcodes.h"
+#include "artnet/packet_header.h"
 #include "artnet/records.h"
 #include "artnet/universe.h"
 
@@ -13,10 +14,6 @@ namespace {
 
 /// In no identifier.
 constexpr std::uint8_t kSeparator = 0xFF;
-
-ArtHeader make_header(std::uint16_t opcode) {
-    return {.ID = {'A', 'r', 't', '-', 'N', 'e', 't', '\0'}, .OpCode = opcode};
-}
 
 template <typename Record>
 void append(std::vector<std::uint8_t>& out, const Record& record, std::size_t size = sizeof(Record)) {
@@ -31,7 +28,7 @@ void append_artdmx(std::vector<std::uint8_t>& out, std::uint16_t universe,
                    std::span<const std::uint8_t> levels, std::uint8_t sequence) {
     const std::size_t count = std::min(levels.size(), kMaxDmxChannels);
     ArtDmx dmx;
-    dmx.Header = make_header(opcode::kDmx);
+    dmx.Header = artnet::header_of(opcode::kDmx);
     dmx.ProtVerHi = 0;
     dmx.ProtVerLo = kProtocolVersion;
     dmx.Sequence = sequence;
@@ -44,15 +41,15 @@ void append_artdmx(std::vector<std::uint8_t>& out, std::uint16_t universe,
 }
 
 void append_artoemvfps(std::vector<std::uint8_t>& out, std::uint32_t milliseconds) {
-    append(out, ArtOemVfps{make_header(opcode::kOemVfps), milliseconds});
+    append(out, ArtOemVfps{artnet::header_of(opcode::kOemVfps), milliseconds});
 }
 
 void append_artoemvfpsns(std::vector<std::uint8_t>& out, std::uint64_t nanoseconds) {
-    append(out, ArtOemVfpsNs{make_header(opcode::kOemVfpsNs), nanoseconds});
+    append(out, ArtOemVfpsNs{artnet::header_of(opcode::kOemVfpsNs), nanoseconds});
 }
 
 void append_artsync(std::vector<std::uint8_t>& out) {
-    append(out, ArtSync{make_header(opcode::kSync), 0, kProtocolVersion, 0, 0});
+    append(out, ArtSync{artnet::header_of(opcode::kSync), 0, kProtocolVersion, 0, 0});
 }
 
 std::size_t recording_padding(std::uint64_t size) noexcept {
