@@ -8,13 +8,20 @@
 
 namespace artnet {
 
-PacketKind decode_packet(std::span<const unsigned char> datagram, DmxPacket& dmx) noexcept {
+std::optional<std::uint16_t> opcode_of(std::span<const unsigned char> datagram) noexcept {
     if (datagram.size() < sizeof(ArtHeader) ||
         !std::ranges::equal(datagram.first(kArtNetIdentifier.size()), kArtNetIdentifier)) {
-        return PacketKind::NotArtNet;
+        return std::nullopt;
     }
     constexpr std::size_t kOpCode = offsetof(ArtHeader, OpCode);
-    const unsigned opcode = datagram[kOpCode] | unsigned{datagram[kOpCode + 1]} << 8;
+    return static_cast<std::uint16_t>(datagram[kOpCode] | unsigned{datagram[kOpCode + 1]} << 8);
+}
+
+PacketKind decode_packet(std::span<const unsigned char> datagram, DmxPacket& dmx) noexcept {
+    const std::optional<std::uint16_t> opcode = opcode_of(datagram);
+    if (!opcode) {
+        return PacketKind::NotArtNet;
+    }
     if (opcode == opcode::kSync) {
         return PacketKind::Sync;
     }

@@ -2,6 +2,7 @@
 // Reads one Art-Net datagram as it comes from the network, where nothing can be trusted.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace artnet {
@@ -26,6 +27,9 @@ struct DmxPacket {
     /// The packet without what may follow it in the datagram: 18 bytes and the levels.
     std::span<const unsigned char> bytes;
 };
+
+/// What the datagram says it is; nothing where it is NotArtNet.
+[[nodiscard]] std::optional<std::uint16_t> opcode_of(std::span<const unsigned char> datagram) noexcept;
 
 /// Fills `dmx` when the result is Dmx, and only then.
 [[nodiscard]] PacketKind decode_packet(std::span<const unsigned char> datagram, DmxPacket& dmx) noexcept;

@@ -36,16 +36,18 @@ BatchReader::Message BatchReader::message(std::size_t index) noexcept {
     Message message{std::span<const unsigned char>(buffers_[index]).first(messages_[index].msg_len),
                     senders_[index],
                     {},
+                    {},
                     {}};
     for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
-        if (part->cmsg_level != SOL_SOCKET) {
-            continue;
-        }
-        if (part->cmsg_type == SO_TIMESTAMPNS) {
+        if (part->cmsg_level == IPPROTO_IP && part->cmsg_type == IP_PKTINFO) {
+            in_pktinfo info{};
+            std::memcpy(&info, CMSG_DATA(part), sizeof info);
+            message.own_address = ntohl(info.ipi_spec_dst.s_addr);
+        } else if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_TIMESTAMPNS) {
             timespec time{};
             std::memcpy(&time, CMSG_DATA(part), sizeof time);
             message.stamp = std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-        } else if (part->cmsg_type == SO_RXQ_OVFL) {
+        } else if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_RXQ_OVFL) {
             std::uint32_t counter = 0;
             std::memcpy(&counter, CMSG_DATA(part), sizeof counter);
             message.drops = counter;

@@ -28,6 +28,8 @@ public:
         std::optional<std::chrono::nanoseconds> stamp;
         /// The socket's drop counter as of this message; nothing as long as it is 0.
         std::optional<std::uint32_t> drops;
+        /// Address of this machine at which it came in, host byte order; nothing unless asked for.
+        std::optional<std::uint32_t> own_address;
     };
 
     BatchReader();
@@ -40,9 +42,11 @@ public:
     [[nodiscard]] Message message(std::size_t index) noexcept;
 
 private:
-    /// Room for a time stamp and a drop counter.
+    /// Room for a time stamp, a drop counter and an address.
     struct alignas(cmsghdr) Control {
-        std::array<unsigned char, CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(std::uint32_t))> bytes;
+        std::array<unsigned char, CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(std::uint32_t)) +
+                                      CMSG_SPACE(sizeof(in_pktinfo))>
+            bytes;
     };
 
     std::array<mmsghdr, kBatch> messages_{};

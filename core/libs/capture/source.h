@@ -19,7 +19,14 @@ namespace capture {
 /// A source cannot be opened, or has failed. The text is for the user.
 class SourceError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    /// @param reason  the system's error number; 0: none
+    explicit SourceError(const std::string& text, int reason = 0)
+        : std::runtime_error(text), reason_(reason) {}
+
+    [[nodiscard]] int reason() const noexcept { return reason_; }
+
+private:
+    int reason_;
 };
 
 /// One captured UDP datagram, valid until the next one is read.
@@ -28,6 +35,9 @@ struct Datagram {
     std::chrono::nanoseconds time{0};
     Endpoint sender;
     std::span<const unsigned char> bytes;
+    /// Address of this machine at which it came in, of a broadcast the interface's, host byte order; 0 where
+    /// it was only watched.
+    std::uint32_t own_address = 0;
 };
 
 /**

@@ -11,44 +11,53 @@ namespace capture {
 
 namespace {
 
-std::string error_text() {
-    return std::generic_category().message(errno);
+/// Throws what could not be done, with what the system says and `hint` behind it.
+[[noreturn]] void fail(const std::string& what, const char* hint = "") {
+    const int reason = errno;
+    throw SourceError(what + ": " + std::generic_category().message(reason) + hint, reason);
 }
 
 void permit_reuse(int socket) {
     const int on = 1;
     if (setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
-        throw SourceError("cannot permit address reuse: " + error_text());
+        fail("cannot permit address reuse");
     }
 }
 
 [[noreturn]] void refuse_bind(const UdpPlace& place) {
+    const int reason = errno;
     const std::string where = endpoint_text({place.address, place.port});
-    switch (errno) {
+    switch (reason) {
         case EADDRINUSE:
             throw SourceError(where +
-                              " is held by a program that lets nobody beside it; end that program "
-                              "(\"ss -ulnp sport = :" +
-                              std::to_string(place.port) + "\" names it) or watch with --packet-socket");
+                                  " is held by a program that lets nobody beside it; end that program "
+                                  "(\"ss -ulnp sport = :" +
+                                  std::to_string(place.port) + "\" names it) or watch with --packet-socket",
+                              reason);
         case EACCES:
-            throw SourceError(where + ": ports below 1024 need privileges; run as root or choose another");
+            throw SourceError(where + ": ports below 1024 need privileges; run as root or choose another",
+                              reason);
         case EADDRNOTAVAIL:
-            throw SourceError(where + " is no address of this machine");
+            throw SourceError(where + " is no address of this machine", reason);
         default:
-            throw SourceError("cannot bind " + where + ": " + error_text());
+            errno = reason;
+            fail("cannot bind " + where);
     }
 }
 
 posix::FileDescriptor open_bound(const UdpPlace& place) {
     posix::FileDescriptor descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!descriptor) {
-        throw SourceError("cannot create a socket: " + error_text());
+        fail("cannot create a socket");
     }
     if (!place.interface.empty() &&
         setsockopt(descriptor.get(), SOL_SOCKET, SO_BINDTODEVICE, place.interface.data(),
                    static_cast<socklen_t>(place.interface.size())) != 0) {
-        throw SourceError("cannot listen on interface " + place.interface + ": " + error_text() +
-                          " (\"ip link\" lists the interfaces)");
+        fail("cannot listen on interface " + place.interface, " (\"ip link\" lists the interfaces)");
+    }
+    const int on = 1;
+    if (setsockopt(descriptor.get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0) {
+        fail("the system does not tell at which address a datagram comes in");
     }
     // Of a free port the system makes sure only for who does not permit reuse, so that comes afterwards
     // there.
@@ -76,6 +85,7 @@ protected:
         std::memcpy(&sender, &message.sender, sizeof sender);
         datagram.sender = from_sockaddr(sender);
         datagram.bytes = message.bytes;
+        datagram.own_address = message.own_address.value_or(0);
         return true;
     }
 

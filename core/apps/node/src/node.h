@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "artnet/packet_decoder.h"
+#include "capture/source.h"
 #include "frame_statistics.h"
-#include "node_sockets.h"
 #include "poll_answer.h"
 #include "universe_statistics.h"
 
@@ -44,7 +45,7 @@ public:
     explicit Node(NodeSettings settings);
 
     /// Takes a datagram; what is to be sent back to its sender's address, at the node's own port.
-    [[nodiscard]] std::vector<PollReply> take(const Datagram& datagram);
+    [[nodiscard]] std::vector<PollReply> take(const capture::Datagram& datagram);
 
     [[nodiscard]] const NodeSettings& settings() const { return settings_; }
     [[nodiscard]] const Traffic& traffic() const { return traffic_; }
@@ -53,7 +54,8 @@ public:
     [[nodiscard]] const FrameStatistics& frames() const { return frames_; }
 
 private:
-    void take_dmx(const Datagram& datagram);
+    void take_dmx(const artnet::DmxPacket& dmx, const capture::Datagram& datagram);
+    [[nodiscard]] std::vector<PollReply> take_other(const capture::Datagram& datagram);
 
     NodeSettings settings_;
     Traffic traffic_;

@@ -71,14 +71,14 @@ public:
 private:
     /// Takes what has come; whether anything had.
     bool receive() {
-        return sockets_.receive([this](const Datagram& datagram) { take(datagram); });
+        return sockets_.receive([this](const capture::Datagram& datagram) { take(datagram); });
     }
 
-    void take(const Datagram& datagram) {
+    void take(const capture::Datagram& datagram) {
         for (const PollReply& reply : node_.take(datagram)) {
             // To the Art-Net port, whichever port the poll came from. Who asks again is answered again, so a
             // refusal needs no more care.
-            static_cast<void>(sockets_.send(reply, datagram.sender_address, options_.node.port));
+            static_cast<void>(sockets_.send(reply, datagram.sender.address, options_.node.port));
         }
     }
 

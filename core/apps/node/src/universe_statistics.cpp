@@ -14,7 +14,7 @@ constexpr unsigned kLongestStep = 127;
 }  // namespace
 
 void UniverseStatistics::take(std::uint8_t sequence, std::span<const std::uint8_t> levels, Arrival arrival,
-                              Sender sender) {
+                              const capture::Endpoint& sender) {
     if (packets_ == 0) {
         first_ = arrival;
     } else {

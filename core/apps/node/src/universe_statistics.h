@@ -8,15 +8,13 @@
 #include <map>
 #include <span>
 
+#include "capture/endpoint.h"
 #include "interval_histogram.h"
 
 namespace node {
 
 /// When something arrived, by the kernel's clock.
 using Arrival = std::chrono::nanoseconds;
-
-/// Who sent it: address and port in one number.
-using Sender = std::uint64_t;
 
 /// Counts the ArtDmx packets of one universe and watches their sequence numbers.
 class UniverseStatistics {
@@ -27,7 +25,8 @@ public:
     static constexpr std::size_t kMaxSenders = 16;
 
     /// @param sequence  0: the sender does not number its packets
-    void take(std::uint8_t sequence, std::span<const std::uint8_t> levels, Arrival arrival, Sender sender);
+    void take(std::uint8_t sequence, std::span<const std::uint8_t> levels, Arrival arrival,
+              const capture::Endpoint& sender);
 
     [[nodiscard]] std::uint64_t packets() const { return packets_; }
     /// Numbers that were skipped and did not come later.
@@ -59,7 +58,7 @@ private:
     Arrival first_{0};
     Arrival latest_{0};
     IntervalHistogram intervals_;
-    std::map<Sender, Last> last_;
+    std::map<capture::Endpoint, Last> last_;
     std::array<std::uint8_t, kShownLevels> levels_{};
     std::size_t level_count_ = 0;
 };

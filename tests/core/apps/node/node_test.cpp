@@ -45,7 +45,7 @@ protected:
 
     std::vector<PollReply> take(const Bytes& bytes, Arrival arrival = 0ms,
                                 std::uint32_t sender = kController) {
-        return node_.take({bytes, arrival, sender, 6454, kOwn});
+        return node_.take({arrival, {sender, 6454}, bytes, kOwn});
     }
     void numbered(std::initializer_list<int> sequence, std::uint32_t sender = kController) {
         for (const int number : sequence) {

@@ -59,6 +59,8 @@ TEST(PacketDecoderTest, OtherTypesAreToldApartByTheirOpcode) {
     other[8] = opcode::kPoll & 0xFF;
     other[9] = opcode::kPoll >> 8;
     EXPECT_EQ(kind_of(other), PacketKind::Other);
+    EXPECT_EQ(artnet::opcode_of(other), opcode::kPoll);
+    EXPECT_EQ(artnet::opcode_of({}), std::nullopt);
 }
 
 TEST(PacketDecoderTest, GarbageIsNoArtNet) {

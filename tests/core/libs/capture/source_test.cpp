@@ -31,6 +31,7 @@ struct Kept {
     std::chrono::nanoseconds time;
     capture::Endpoint sender;
     std::vector<unsigned char> bytes;
+    std::uint32_t own_address;
 };
 
 std::uint16_t port_of(const Source& source) {
@@ -47,7 +48,10 @@ std::vector<Kept> receive(Source& source, std::size_t count) {
             break;
         }
         source.receive([&](const Datagram& datagram) {
-            kept.push_back({datagram.time, datagram.sender, {datagram.bytes.begin(), datagram.bytes.end()}});
+            kept.push_back({datagram.time,
+                            datagram.sender,
+                            {datagram.bytes.begin(), datagram.bytes.end()},
+                            datagram.own_address});
         });
     }
     return kept;
@@ -89,6 +93,17 @@ TEST(UdpSourceTest, ABroadcastReachesEveryProgramThatSharesThePortWithOneStamp) 
     const std::vector<Kept> kept = receive(*source, 1);
     ASSERT_THAT(kept, SizeIs(1));
     EXPECT_EQ(kept.front().time, other.receive_stamp());
+}
+
+TEST(UdpSourceTest, ADatagramTellsAtWhichAddressOfThisMachineItCameIn) {
+    const auto source = capture::open_udp({.port = 0});
+    const ArtNetSender sender;
+    sender.send(port_of(*source), {1}, 0x7F000005);
+    sender.send(port_of(*source), {2}, ArtNetSender::kLoopbackBroadcast);
+    const std::vector<Kept> kept = receive(*source, 2);
+    ASSERT_THAT(kept, SizeIs(2));
+    EXPECT_EQ(kept[0].own_address, 0x7F000005U);
+    EXPECT_EQ(kept[1].own_address, ArtNetSender::kLoopback) << "of a broadcast the interface's";
 }
 
 TEST(UdpSourceTest, WhatTheKernelDropsIsCounted) {
