@@ -4,35 +4,16 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <arpa/inet.h>
+#include "posix/ipv4.h"
 
 namespace capture {
 
-std::optional<std::uint32_t> parse_address(std::string_view text) {
-    in_addr address{};
-    // A NUL within the text would end it early for the C function.
-    if (text.find('\0') != std::string_view::npos ||
-        inet_pton(AF_INET, std::string(text).c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(address.s_addr);
-}
-
-std::string address_text(std::uint32_t address) {
-    return std::to_string(address >> 24) + '.' + std::to_string(address >> 16 & 0xFF) + '.' +
-           std::to_string(address >> 8 & 0xFF) + '.' + std::to_string(address & 0xFF);
-}
-
 std::string endpoint_text(const Endpoint& endpoint) {
-    return address_text(endpoint.address) + ':' + std::to_string(endpoint.port);
+    return posix::ipv4_text(endpoint.address) + ':' + std::to_string(endpoint.port);
 }
 
 sockaddr_in to_sockaddr(const Endpoint& endpoint) noexcept {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(endpoint.address);
-    address.sin_port = htons(endpoint.port);
-    return address;
+    return posix::ipv4_sockaddr(endpoint.address, endpoint.port);
 }
 
 Endpoint from_sockaddr(const sockaddr_in& address) noexcept {
@@ -41,7 +22,7 @@ Endpoint from_sockaddr(const sockaddr_in& address) noexcept {
 
 EndpointFilter::EndpointFilter(std::string_view text) {
     const std::size_t colon = text.find(':');
-    address_ = parse_address(text.substr(0, colon));
+    address_ = posix::parse_ipv4(std::string(text.substr(0, colon)));
     bool good = address_.has_value();
     if (colon != std::string_view::npos) {
         const std::string_view digits = text.substr(colon + 1);

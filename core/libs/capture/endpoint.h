@@ -19,10 +19,6 @@ struct Endpoint {
     auto operator<=>(const Endpoint&) const = default;
 };
 
-/// Reads a dotted IPv4 address; nothing for any other text.
-[[nodiscard]] std::optional<std::uint32_t> parse_address(std::string_view text);
-/// "10.0.0.1"
-[[nodiscard]] std::string address_text(std::uint32_t address);
 /// "10.0.0.1:6454"
 [[nodiscard]] std::string endpoint_text(const Endpoint& endpoint);
 [[nodiscard]] sockaddr_in to_sockaddr(const Endpoint& endpoint) noexcept;

@@ -7,6 +7,7 @@
 
 #include "capture/receive_buffer.h"
 #include "cli/failure.h"
+#include "posix/ipv4.h"
 
 namespace capture {
 
@@ -58,7 +59,7 @@ std::unique_ptr<Source> open_source(const SourceOptions& options, const std::str
     } else {
         UdpPlace place{0, options.port, options.interface};
         if (!options.address.empty()) {
-            const std::optional<std::uint32_t> address = parse_address(options.address);
+            const std::optional<std::uint32_t> address = posix::parse_ipv4(options.address);
             if (!address) {
                 throw cli::UsageError("--address: expected an IPv4 address, not \"" + options.address + "\"");
             }
