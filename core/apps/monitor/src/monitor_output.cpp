@@ -1,97 +1,18 @@
 #include "monitor_output.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <string_view>
-
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 namespace monitor {
 
-namespace {
-
-// Second screen on and off; cursor hidden and shown; to the top left; erase to the end of the line, of the
-// screen.
-constexpr const char* kEnter = "\x1b[?1049h\x1b[?25l";
-constexpr const char* kLeave = "\x1b[?25h\x1b[?1049l";
-constexpr const char* kHome = "\x1b[H";
-constexpr const char* kEraseLine = "\x1b[K";
-constexpr const char* kEraseBelow = "\x1b[J";
-
-/// True when the environment names a UTF-8 locale; the first of the three that is set decides.
-bool terminal_speaks_utf8() {
-    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const char* const value = std::getenv(name);
-        if (value != nullptr && *value != '\0') {
-            const std::string_view text = value;
-            return text.find("UTF-8") != std::string_view::npos ||
-                   text.find("utf8") != std::string_view::npos;
-        }
-    }
-    return false;
-}
-
-ScreenSize screen_size() {
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
-        return {};
-    }
-    return {size.ws_col, size.ws_row};
-}
-
-/// A reader that has gone shows at the end, with what is said about standard output then.
-void print(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
-}
-
-}  // namespace
-
-MonitorOutput::MonitorOutput(bool json)
-    : json_(json),
-      terminal_(!json && isatty(STDOUT_FILENO) == 1),
-      glyphs_(terminal_speaks_utf8() ? Glyphs::Blocks : Glyphs::Ascii) {}
-
-MonitorOutput::~MonitorOutput() {
-    leave_screen();
-}
-
-std::chrono::milliseconds MonitorOutput::period() const noexcept {
-    return std::chrono::milliseconds{terminal_ ? 250 : 1000};
-}
-
 void MonitorOutput::show(const Snapshot& snapshot) {
-    if (json_) {
-        print(to_json(snapshot));
-        return;
+    if (screen_.can_draw()) {
+        screen_.draw(to_screen(snapshot, screen_.size(), screen_.glyphs()));
+    } else {
+        cli::print(json_ ? to_json(snapshot) : to_lines(snapshot));
     }
-    if (!terminal_) {
-        print(to_lines(snapshot));
-        return;
-    }
-    std::string screen = on_screen_ ? kHome : std::string(kEnter) + kHome;
-    on_screen_ = true;
-    for (const char letter : to_screen(snapshot, screen_size(), glyphs_)) {
-        if (letter == '\n') {
-            screen += kEraseLine;
-            screen += '\r';
-        }
-        screen += letter;
-    }
-    print(screen + kEraseBelow);
 }
 
 void MonitorOutput::finish(const Snapshot& snapshot) {
-    leave_screen();
-    print(json_ ? to_json(snapshot) : to_lines(snapshot));
-}
-
-void MonitorOutput::leave_screen() {
-    if (on_screen_) {
-        on_screen_ = false;
-        print(kLeave);
-    }
+    screen_.leave();
+    cli::print(json_ ? to_json(snapshot) : to_lines(snapshot));
 }
 
 }  // namespace monitor

@@ -1,7 +1,6 @@
 #include "monitor_view.h"
 
 #include <algorithm>
-#include <array>
 #include <iomanip>
 #include <ios>
 #include <sstream>
@@ -11,21 +10,12 @@ namespace monitor {
 namespace {
 
 constexpr std::size_t kPlainLevels = 16;
-constexpr std::array<const char*, 9> kAscii{" ", ".", ":", "-", "=", "+", "*", "%", "#"};
-constexpr std::array<const char*, 9> kBlocks{" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 
 /// Columns in front of the histogram, of it, and of the counts behind it.
 constexpr std::size_t kFiguresWidth = 61;
 constexpr std::size_t kHistogramWidth = IntervalFigures::kBounds.size() + 1;
 constexpr std::size_t kCountsWidth = 24;
 constexpr std::size_t kBarBegin = kFiguresWidth + kHistogramWidth + kCountsWidth;
-
-const char* sign(std::uint64_t value, std::uint64_t most, Glyphs glyphs) {
-    const auto& signs = glyphs == Glyphs::Blocks ? kBlocks : kAscii;
-    // Blank only for 0, the last only for the most.
-    return signs[value == 0 || most == 0 ? 0
-                                         : 1 + static_cast<std::size_t>(value * (signs.size() - 2) / most)];
-}
 
 /// "!" marks a universe with two senders.
 std::string figures(const StreamRow& row) {
@@ -58,27 +48,7 @@ std::string heading(const Snapshot& snapshot) {
 
 }  // namespace
 
-std::string level_bar(std::span<const unsigned char> levels, std::size_t columns, Glyphs glyphs) {
-    const std::size_t group = std::max<std::size_t>(1, (levels.size() + columns - 1) / columns);
-    std::string bar;
-    while (!levels.empty()) {
-        const std::size_t count = std::min(group, levels.size());
-        bar += sign(std::ranges::max(levels.first(count)), 255, glyphs);
-        levels = levels.subspan(count);
-    }
-    return bar;
-}
-
-std::string histogram_bar(std::span<const std::uint64_t> counts, Glyphs glyphs) {
-    const std::uint64_t most = counts.empty() ? 0 : std::ranges::max(counts);
-    std::string bar;
-    for (const std::uint64_t count : counts) {
-        bar += sign(count, most, glyphs);
-    }
-    return bar;
-}
-
-std::string to_screen(const Snapshot& snapshot, ScreenSize size, Glyphs glyphs) {
+std::string to_screen(const Snapshot& snapshot, cli::ScreenSize size, cli::Glyphs glyphs) {
     constexpr std::size_t kLinesAround =
         5;  // heading, column names, what is below, legend, the cursor's line
     const std::size_t room = size.lines > kLinesAround ? size.lines - kLinesAround : 0;
@@ -93,11 +63,11 @@ std::string to_screen(const Snapshot& snapshot, ScreenSize size, Glyphs glyphs) 
         // Only whole parts, so that no sign of several bytes is cut.
         std::string line = figures(row).substr(0, size.columns);
         if (size.columns >= kFiguresWidth + kHistogramWidth) {
-            line += histogram_bar(row.intervals.histogram, glyphs);
+            line += cli::histogram_bar(row.intervals.histogram, glyphs);
             line += counts(row).substr(0, size.columns - kFiguresWidth - kHistogramWidth);
         }
         if (bar > 0) {
-            line += level_bar(row.levels, bar, glyphs);
+            line += cli::level_bar(row.levels, bar, glyphs);
         }
         screen += line + "\n";
     }

@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using monitor::Glyphs;
+using cli::Glyphs;
 using monitor::Snapshot;
 using monitor::StreamRow;
 using testing::AllOf;
@@ -38,15 +38,6 @@ StreamRow row(std::uint16_t universe) {
     result.sequence.add(4);
     result.levels = {0, 1, 128, 255};
     return result;
-}
-
-TEST(MonitorViewTest, BarsAreBlankForNothingOnlyAndFullForTheMostOnly) {
-    const std::vector<unsigned char> levels{0, 1, 128, 254, 255};
-    EXPECT_EQ(monitor::level_bar(levels, 5, Glyphs::Ascii), " .=%#");
-    EXPECT_EQ(monitor::level_bar(levels, 5, Glyphs::Blocks), " ▁▄▇█");
-    EXPECT_EQ(monitor::level_bar(levels, 2, Glyphs::Ascii), "=#") << "the highest of each group";
-    EXPECT_EQ(monitor::histogram_bar(std::vector<std::uint64_t>{0, 1, 1000}, Glyphs::Ascii), " .#");
-    EXPECT_EQ(monitor::histogram_bar(std::vector<std::uint64_t>{0, 0}, Glyphs::Ascii), "  ");
 }
 
 TEST(MonitorViewTest, TheScreenHasALinePerStreamWithAllItsFigures) {

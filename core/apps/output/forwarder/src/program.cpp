@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 
+#include "cli/live_screen.h"
 #include "metrics_file.h"
 #include "options.h"
 #include "report.h"
@@ -145,7 +146,7 @@ private:
             watch_->leave_screen();
         }
         const Report report = take_report(sockets_, receiver_, sender_);
-        print(json_ ? to_json(report) : to_table(report));
+        cli::print(json_ ? to_json(report) : to_table(report));
     }
 
     void write_metrics() {

@@ -1,7 +1,6 @@
 #include "watch_view.h"
 
 #include <algorithm>
-#include <array>
 
 #include "text.h"
 
@@ -10,16 +9,9 @@ namespace forwarder {
 namespace {
 
 constexpr std::size_t kPlainLevels = 16;
-constexpr std::array<const char*, 9> kAscii{" ", ".", ":", "-", "=", "+", "*", "%", "#"};
-constexpr std::array<const char*, 9> kBlocks{" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 
 /// Columns in front of the level bar.
 constexpr std::size_t kFiguresWidth = 66;
-
-/// Index of the sign for a level: blank only for 0, the last only for 255.
-std::size_t sign_of(unsigned char level) {
-    return level == 0 ? 0 : 1 + std::size_t{level} * (kAscii.size() - 2) / 255;
-}
 
 std::string figures(const WatchRow& row) {
     return text("%8u  %-21s %6.1f %8.2f %8.2f %8.2f  ", row.universe, to_text(row.target).c_str(), row.fps,
@@ -27,18 +19,6 @@ std::string figures(const WatchRow& row) {
 }
 
 }  // namespace
-
-std::string level_bar(std::span<const unsigned char> levels, std::size_t columns, Glyphs glyphs) {
-    const auto& signs = glyphs == Glyphs::Blocks ? kBlocks : kAscii;
-    const std::size_t group = std::max<std::size_t>(1, (levels.size() + columns - 1) / columns);
-    std::string bar;
-    while (!levels.empty()) {
-        const std::size_t count = std::min(group, levels.size());
-        bar += signs[sign_of(std::ranges::max(levels.first(count)))];
-        levels = levels.subspan(count);
-    }
-    return bar;
-}
 
 std::string to_plain_line(const WatchRow& row) {
     std::string line =
@@ -68,7 +48,7 @@ std::string to_json(std::span<const WatchRow> rows) {
 }
 
 std::string to_screen(const std::string& heading, std::span<const WatchRow> rows,
-                      std::uint64_t frames_beyond_limit, ScreenSize size, Glyphs glyphs) {
+                      std::uint64_t frames_beyond_limit, cli::ScreenSize size, cli::Glyphs glyphs) {
     constexpr std::size_t kLinesAround = 4;  // heading, column names, last line, and the cursor's line
     const std::size_t room = size.lines > kLinesAround ? size.lines - kLinesAround : 0;
     const std::size_t shown = std::min(rows.size(), room);
@@ -80,7 +60,7 @@ std::string to_screen(const std::string& heading, std::span<const WatchRow> rows
     for (const WatchRow& row : rows.first(shown)) {
         std::string line = figures(row).substr(0, size.columns);
         if (bar > 0) {
-            line += level_bar(row.levels, bar, glyphs);
+            line += cli::level_bar(row.levels, bar, glyphs);
         }
         screen += line + "\n";
     }

@@ -8,30 +8,13 @@
 
 namespace {
 
-using forwarder::Glyphs;
+using cli::Glyphs;
 using forwarder::WatchRow;
 using testing::HasSubstr;
 using testing::Not;
 
 WatchRow example_row() {
     return {3, {0xC0000201, 6454}, 40.04, 25.001, 25.5, 26.126, 1234, {255, 128, 1, 0}};
-}
-
-TEST(LevelBarTest, EachChannelHasASignFromBlankToFull) {
-    EXPECT_EQ(forwarder::level_bar(std::vector<unsigned char>{0, 1, 128, 254, 255}, 10, Glyphs::Ascii),
-              " .=%#");
-    EXPECT_EQ(forwarder::level_bar(std::vector<unsigned char>{0, 1, 255}, 10, Glyphs::Blocks), " ▁█");
-}
-
-TEST(LevelBarTest, NeighboursShareASignAndTheHighestShows) {
-    std::vector<unsigned char> levels(512, 0);
-    levels[8] = 255;
-    EXPECT_EQ(forwarder::level_bar(levels, 64, Glyphs::Ascii), " #" + std::string(62, ' '));
-    EXPECT_EQ(forwarder::level_bar(levels, 63, Glyphs::Ascii).size(), 57U) << "nine channels a sign";
-}
-
-TEST(LevelBarTest, NoChannelsNoBar) {
-    EXPECT_EQ(forwarder::level_bar({}, 10, Glyphs::Ascii), "");
 }
 
 TEST(WatchViewTest, PlainLineHasRateIntervalsAndLevels) {
