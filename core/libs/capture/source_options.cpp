@@ -7,9 +7,25 @@
 
 #include "capture/receive_buffer.h"
 #include "cli/failure.h"
+#include "cli/value_text.h"
 #include "posix/ipv4.h"
 
 namespace capture {
+
+namespace {
+
+std::optional<std::chrono::nanoseconds> limit_of(const char* option, const std::string& text) {
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    const std::chrono::nanoseconds time = cli::parse_time(option, text);
+    if (time.count() == 0) {
+        throw cli::UsageError(std::string(option) + ": expected more than 0");
+    }
+    return time;
+}
+
+}  // namespace
 
 EndpointFilter SourceOptions::filter() const {
     if (sender.empty()) {
@@ -20,6 +36,10 @@ EndpointFilter SourceOptions::filter() const {
     } catch (const std::invalid_argument& error) {
         throw cli::UsageError(std::string("--source: ") + error.what());
     }
+}
+
+Limits LimitOptions::limits() const {
+    return {limit_of("--duration", duration), limit_of("--until-idle", idle)};
 }
 
 void add_source_options(CLI::App& command, SourceOptions& options) {
@@ -47,6 +67,11 @@ void add_source_options(CLI::App& command, SourceOptions& options) {
                      "destination in each stands for its source");
     command.add_option("--source", options.sender, "Take what comes from this sender only")
         ->type_name("ADDRESS[:PORT]");
+}
+
+void add_limit_options(CLI::App& command, LimitOptions& options, const std::string& idle_help) {
+    command.add_option("--duration", options.duration, "End after this time")->type_name("TIME");
+    command.add_option("--until-idle", options.idle, idle_help)->type_name("TIME");
 }
 
 std::unique_ptr<Source> open_source(const SourceOptions& options, const std::string& program) {

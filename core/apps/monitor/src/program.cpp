@@ -10,7 +10,6 @@
 #include "capture/source_options.h"
 #include "cli/failure.h"
 #include "cli/program.h"
-#include "cli/value_text.h"
 #include "comparison.h"
 #include "comparison_report.h"
 #include "lateness_plot.h"
@@ -54,24 +53,12 @@ Exit status:
 
 struct MonitorOptions {
     capture::SourceOptions source;
-    std::string duration;
-    std::string idle;
+    capture::LimitOptions limits;
     std::string recording;
     int speed_boost = 0;
     std::string plot;
     bool json = false;
 };
-
-std::optional<std::chrono::nanoseconds> limit_of(const char* option, const std::string& text) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    const std::chrono::nanoseconds time = cli::parse_time(option, text);
-    if (time.count() == 0) {
-        throw cli::UsageError(std::string(option) + ": expected more than 0");
-    }
-    return time;
-}
 
 void write_plot(const std::string& path, const std::string& picture) {
     posix::NewFile file(path, posix::NewFile::Existing::Replace);
@@ -100,8 +87,7 @@ int watch(const MonitorOptions& options) {
         // Found out before the watching, not after it.
         static_cast<void>(plot_format_of(options.plot));
     }
-    const WatchPlan plan{options.source.payload(), options.source.filter(),
-                         limit_of("--duration", options.duration), limit_of("--until-idle", options.idle)};
+    const WatchPlan plan{options.source.payload(), options.source.filter(), options.limits.limits()};
     posix::StopSignals signals;
     std::optional<Timeline> timeline;
     std::optional<Comparison> comparison;
@@ -124,9 +110,8 @@ int run_program(int argc, const char* const* argv) {
     CLI::App app{kDescription, kProgram};
     app.footer(kFooter);
     capture::add_source_options(app, options.source);
-    app.add_option("--duration", options.duration, "End after this time")->type_name("TIME");
-    app.add_option("--until-idle", options.idle, "End when no ArtDmx has come for this time, once one has")
-        ->type_name("TIME");
+    capture::add_limit_options(app, options.limits,
+                               "End when no ArtDmx has come for this time, once one has");
     app.add_flag("--json", options.json, "Print one JSON object a second");
     CLI::Option* const compare =
         app.add_option("--compare", options.recording,

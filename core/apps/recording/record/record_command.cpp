@@ -44,23 +44,11 @@ struct RecordOptions {
     std::string universes;
     std::string frame_gap = "5ms";
     std::string timing = "ns";
-    std::string duration;
-    std::string idle;
+    capture::LimitOptions limits;
     std::string sync_period = "0";
     bool force = false;
     bool json = false;
 };
-
-std::optional<std::chrono::nanoseconds> limit_of(const char* option, const std::string& text) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    const std::chrono::nanoseconds time = cli::parse_time(option, text);
-    if (time.count() == 0) {
-        throw cli::UsageError(std::string(option) + ": expected more than 0");
-    }
-    return time;
-}
 
 RecordPlan plan_of(const RecordOptions& options) {
     RecordPlan plan;
@@ -78,8 +66,7 @@ RecordPlan plan_of(const RecordOptions& options) {
     }
     plan.frame_gap = cli::parse_time("--frame-gap", options.frame_gap);
     plan.timing = options.timing == "ms" ? FrameTiming::Milliseconds : FrameTiming::Nanoseconds;
-    plan.duration = limit_of("--duration", options.duration);
-    plan.idle = limit_of("--until-idle", options.idle);
+    plan.limits = options.limits.limits();
     return plan;
 }
 
@@ -131,11 +118,8 @@ void add_record_command(CLI::App& program, std::function<int()>& chosen) {
     command->add_option("--timing", options->timing, "Unit of the timing packets (default ns)")
         ->check(CLI::IsMember({"ns", "ms"}))
         ->type_name("UNIT");
-    command->add_option("--duration", options->duration, "End after this time")->type_name("TIME");
-    command
-        ->add_option("--until-idle", options->idle,
-                     "End when nothing to record has come for this time, once something has")
-        ->type_name("TIME");
+    capture::add_limit_options(*command, options->limits,
+                               "End when nothing to record has come for this time, once something has");
     command
         ->add_option("--sync", options->sync_period,
                      "Bring data to the disk this often at most (default 0: with every frame)")

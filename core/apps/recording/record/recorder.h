@@ -9,6 +9,7 @@
 
 #include "capture/arrival.h"
 #include "capture/endpoint.h"
+#include "capture/limited_reader.h"
 #include "capture/source.h"
 #include "frame_encoder.h"
 #include "frame_grouper.h"
@@ -26,10 +27,8 @@ struct RecordPlan {
     std::bitset<65536> universes;
     std::chrono::nanoseconds frame_gap{0};
     FrameTiming timing = FrameTiming::Nanoseconds;
-    /// From the beginning; nothing: no limit.
-    std::optional<std::chrono::nanoseconds> duration;
-    /// From the latest recorded packet, once there is one; nothing: no limit.
-    std::optional<std::chrono::nanoseconds> idle;
+    /// Wanted is what is recorded.
+    capture::Limits limits;
 };
 
 /**
@@ -53,16 +52,11 @@ public:
     [[nodiscard]] std::chrono::nanoseconds duration() const noexcept { return encoder_.duration(); }
 
 private:
-    /// Reads until nothing is there, or long enough; true when nothing is there.
-    bool drain();
     void take(const capture::Datagram& datagram);
     void write(std::optional<Frame> frame);
-    [[nodiscard]] bool is_over(bool drained) const;
-    /// Sleeps until a datagram, a signal or a failure, or until a limit may be reached.
-    void wait() const;
 
     const RecordPlan& plan_;
-    capture::Source& source_;
+    capture::LimitedReader reader_;
     FrameWriter& writer_;
     posix::StopSignals& signals_;
     std::function<void(const capture::SenderConflict&)> on_conflict_;
@@ -70,10 +64,6 @@ private:
     FrameGrouper grouper_;
     FrameEncoder encoder_;
     RecordStatistics statistics_;
-    /// What came later is not recorded.
-    std::optional<std::chrono::nanoseconds> end_;
-    std::optional<std::chrono::nanoseconds> latest_;
-    bool beyond_end_ = false;
 };
 
 }  // namespace recording

@@ -2,6 +2,8 @@
 #include "capture/source.h"
 
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "capture/limited_reader.h"
 #include "support/artnet_sender.h"
 #include "support/child_process.h"
 
@@ -20,10 +23,12 @@ using namespace std::chrono_literals;
 namespace {
 
 using capture::Datagram;
+using capture::LimitedReader;
 using capture::Source;
 using capture::SourceError;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::SizeIs;
 using tests::ArtNetSender;
 
@@ -152,6 +157,62 @@ TEST(UdpSourceTest, APortWithoutPermissionIsNamed) {
     });
     SKIP_IF_UNAVAILABLE(report);
     EXPECT_THAT(report.text, HasSubstr("0.0.0.0:80: ports below 1024 need privileges"));
+}
+
+class LimitedReaderTest : public testing::Test {
+protected:
+    void send(unsigned char byte) const { sender_.send(port_of(*source_), {byte}); }
+    [[nodiscard]] LimitedReader reader(const capture::Limits& limits) {
+        return {*source_, limits,
+                [this](const Datagram& datagram) { taken_.push_back(datagram.bytes.front()); }};
+    }
+
+    std::unique_ptr<Source> source_ = capture::open_udp({.port = 0});
+    ArtNetSender sender_;
+    std::vector<int> taken_;
+};
+
+TEST_F(LimitedReaderTest, AllThatHadComeBeforeTheEndIsTakenAndNothingThatCameLater) {
+    LimitedReader endless = reader({});
+    send(1);
+    send(2);
+    EXPECT_FALSE(endless.read());
+    EXPECT_THAT(taken_, ElementsAre(1, 2));
+    send(3);
+    endless.read_rest();
+    send(4);
+    endless.read_rest();
+    EXPECT_THAT(taken_, ElementsAre(1, 2, 3));
+}
+
+TEST_F(LimitedReaderTest, TheDurationEndsItEvenWhileDatagramsKeepComing) {
+    LimitedReader brief = reader({.duration = 1ns, .idle = {}});
+    do {
+        send(1);
+        brief.wait(1s, {});
+    } while (!brief.read());
+    EXPECT_THAT(taken_, IsEmpty());
+}
+
+TEST_F(LimitedReaderTest, TheIdleTimeCountsFromTheLatestThatWasWanted) {
+    std::optional<LimitedReader> patient;
+    const auto want_two = [&](const Datagram& datagram) {
+        taken_.push_back(datagram.bytes.front());
+        if (datagram.bytes.front() == 2) {
+            patient->note_wanted(datagram);
+        }
+    };
+    patient.emplace(*source_, capture::Limits{.duration = {}, .idle = 1ms}, want_two);
+    send(1);
+    while (taken_.empty()) {
+        patient->wait(1s, {});
+        EXPECT_FALSE(patient->read()) << "not before there is one";
+    }
+    send(2);
+    while (!patient->read()) {
+        patient->wait(1s, {});
+    }
+    EXPECT_THAT(taken_, ElementsAre(1, 2));
 }
 
 TEST(PacketSocketSourceTest, WatchesAPortThatBelongsToAnotherProgramAndSeesEachPacketOnce) {
