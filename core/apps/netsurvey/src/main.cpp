@@ -10,9 +10,9 @@ int main(int argc, char** argv) {
         "them\n"
         "listen to which universe.",
         "cuewright-netsurvey"};
-    netsurvey::OptionReader reader(app);
+    const auto read_options = netsurvey::add_options(app);
     return cli::run(app, argc, argv, [&] {
-        const netsurvey::Options options = reader.finish();
+        const netsurvey::Options options = read_options();
         // Before the bus library starts its thread, which is to leave the signals alone.
         posix::StopSignals stop;
         const QCoreApplication application(argc, argv);

@@ -1,9 +1,10 @@
 #pragma once
 // The command line.
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "cli/program.h"
 #include "survey.h"
@@ -29,22 +30,8 @@ struct Options {
     bool verbose = false;
 };
 
-/// Adds the options to the program's command line. What needs more than one of them is checked by finish().
-class OptionReader {
-public:
-    explicit OptionReader(CLI::App& app);
-    OptionReader(const OptionReader&) = delete;
-    OptionReader& operator=(const OptionReader&) = delete;
-
-    /// After the command line has been read. Throws cli::UsageError.
-    [[nodiscard]] Options finish();
-
-private:
-    Options options_;
-    std::vector<std::string> targets_;
-    double interval_;
-    double expiry_;
-    double wait_;
-};
+/// Adds the options to the program's command line. The function is to be kept while that is read and called
+/// afterwards: it checks what CLI11 does not, and throws cli::UsageError.
+[[nodiscard]] std::function<Options()> add_options(CLI::App& app);
 
 }  // namespace netsurvey

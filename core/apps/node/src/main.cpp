@@ -8,6 +8,6 @@ int main(int argc, char** argv) {
         "lost,\n"
         "what came late and how far apart the universes of a frame arrived.",
         "cuewright-node"};
-    node::OptionReader reader(app);
-    return cli::run(app, argc, argv, [&] { return node::run_node(reader.finish()); });
+    const auto options = node::add_options(app);
+    return cli::run(app, argc, argv, [&] { return node::run_node(options()); });
 }

@@ -3,9 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "cli/program.h"
 #include "node.h"
@@ -21,22 +20,8 @@ struct Options {
     bool json = false;
 };
 
-/// Adds the options to the program's command line. What needs more than CLI11's checks is done by finish().
-class OptionReader {
-public:
-    explicit OptionReader(CLI::App& app);
-    OptionReader(const OptionReader&) = delete;
-    OptionReader& operator=(const OptionReader&) = delete;
-
-    /// After the command line has been read. Throws cli::UsageError.
-    [[nodiscard]] Options finish();
-
-private:
-    Options options_;
-    std::vector<std::string> universes_;
-    std::string address_;
-    double duration_ = 0;
-    double frame_gap_ = 5;
-};
+/// Adds the options to the program's command line. The function is to be kept while that is read and called
+/// afterwards: it checks what CLI11 does not, and throws cli::UsageError.
+[[nodiscard]] std::function<Options()> add_options(CLI::App& app);
 
 }  // namespace node

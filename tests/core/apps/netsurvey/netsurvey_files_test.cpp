@@ -140,10 +140,10 @@ TEST(NodeListTest, PeopleGetATableAndProgramsAnArray) {
 
 Options parse(std::vector<const char*> words) {
     CLI::App app{"", "cuewright-netsurvey"};
-    OptionReader reader(app);
+    const auto options = add_options(app);
     words.insert(words.begin(), "cuewright-netsurvey");
     app.parse(static_cast<int>(words.size()), words.data());
-    return reader.finish();
+    return options();
 }
 
 TEST(NetsurveyOptionsTest, ThePollsComeAsTheProtocolAsksFor) {

@@ -241,10 +241,10 @@ TEST_F(NodeTest, TheReportForProgramsHoldsAllCounts) {
 
 Options parse(std::vector<const char*> words) {
     CLI::App app{"", "cuewright-node"};
-    OptionReader reader(app);
+    const auto options = add_options(app);
     words.insert(words.begin(), "cuewright-node");
     app.parse(static_cast<int>(words.size()), words.data());
-    return reader.finish();
+    return options();
 }
 
 TEST(NodeOptionsTest, UniversesAreRangesAndWhatMakesNoSenseIsRefused) {
