@@ -1,7 +1,5 @@
 // The built cuewright-check: exit statuses, output, bad input.
 
-#include <optional>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -12,28 +10,21 @@
 #include "cli/failure.h"
 #include "show_fixture.h"
 #include "side_files.h"
-#include "support/child_program.h"
+#include "support/ending.h"
 
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
+using tests::Ending;
 
 namespace {
-
-struct Ending {
-    std::optional<int> status;
-    std::string output;
-    std::string error;
-};
 
 class CheckProgramTest : public testing::Test {
 protected:
     static Ending run(std::vector<std::string> words) {
         words.insert(words.begin(), CUEWRIGHT_CHECK);
-        tests::ChildProgram program(words);
-        const std::optional<int> status = program.wait_exit();
-        return {status, program.output(), program.error_output()};
+        return tests::run_to_end(words);
     }
 
     /// A good show of one effect in zone 1.

@@ -12,25 +12,18 @@
 #include "bus.h"
 #include "bus_probe.h"
 #include "posix/file_descriptor.h"
-#include "support/child_program.h"
+#include "support/ending.h"
 
 using testing::HasSubstr;
 using testing::StartsWith;
+using tests::Ending;
 
 namespace {
-
-struct Ending {
-    int status = -1;
-    std::string output;
-    std::string error;
-};
 
 /// Runs the program where there is no bus.
 Ending run(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), CTL_PROGRAM);
-    tests::ChildProgram program(arguments, {"DBUS_SESSION_BUS_ADDRESS=", "XDG_RUNTIME_DIR=/nonexistent"});
-    const int status = program.wait_exit().value_or(-1);
-    return {status, program.output(), program.error_output()};
+    return tests::run_to_end(arguments, {"DBUS_SESSION_BUS_ADDRESS=", "XDG_RUNTIME_DIR=/nonexistent"});
 }
 
 /// How the address for these settings is refused, or what it is.

@@ -55,7 +55,7 @@ Ending ending_of(tests::ChildProgram& program) {
         // Now the outputs, too.
         status = program.wait_exit();
     }
-    return {status.value_or(-1), program.output(), program.error_output()};
+    return {status, program.output(), program.error_output()};
 }
 
 std::vector<std::string> CtlTest::command(const std::vector<std::string>& arguments) const {

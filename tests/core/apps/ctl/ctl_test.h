@@ -8,15 +8,9 @@
 #include <QObject>
 
 #include "service_test.h"
-#include "support/child_program.h"
+#include "support/ending.h"
 
-/// How a run of the program ended, and what it has said.
-struct Ending {
-    /// -1 when it had not ended at the deadline.
-    int status = -1;
-    std::string output;
-    std::string error;
-};
+using tests::Ending;
 
 /// Why this program has no network of its own, with an eth0 whose broadcast address is 192.0.2.255; empty
 /// when it has.

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,15 +14,11 @@
 #include <gtest/gtest.h>
 #include <QTemporaryDir>
 
-#include "support/child_program.h"
+#include "support/ending.h"
+
+using tests::Ending;
 
 namespace {
-
-struct Ending {
-    std::optional<int> status;
-    std::string output;
-    std::string error;
-};
 
 class DemoRefusalTest : public testing::Test {
 protected:
@@ -31,9 +26,7 @@ protected:
                              std::vector<std::string> environment = {}) const {
         words.insert(words.begin(), CUEWRIGHT_DEMO);
         environment.push_back("TMPDIR=" + temporary_.path().toStdString());
-        tests::ChildProgram demo(words, environment);
-        const std::optional<int> status = demo.wait_exit();
-        return {status, demo.output(), demo.error_output()};
+        return tests::run_to_end(words, environment);
     }
 
     /// Whether a demo has left something in its temporary directory.

@@ -1,12 +1,11 @@
 // The built program: its commands, what it refuses, its exit statuses, its progress.
-#include <optional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "recording_files.h"
-#include "support/child_program.h"
+#include "support/ending.h"
 #include "support/fifo.h"
 #include "support/terminal.h"
 
@@ -17,36 +16,24 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using tests::Ending;
 using tests::played;
 
 namespace {
-
-struct Ending {
-    std::optional<int> status;
-    std::string output;
-    std::string error;
-};
 
 class RecordingProgramTest : public testing::Test {
 protected:
     static Ending run(std::vector<std::string> words) {
         words.insert(words.begin(), RECORDING_PROGRAM);
-        return run_command(words);
+        return tests::run_to_end(words);
     }
     /// Runs a line of shell script; $0 is the program.
     static Ending run_script(const std::string& script) {
-        return run_command({"/bin/sh", "-c", script, RECORDING_PROGRAM});
+        return tests::run_to_end({"/bin/sh", "-c", script, RECORDING_PROGRAM});
     }
     [[nodiscard]] std::string path(const std::string& name) const { return files_.path(name); }
 
     tests::RecordingFiles files_;
-
-private:
-    static Ending run_command(const std::vector<std::string>& words) {
-        tests::ChildProgram program(words);
-        const std::optional<int> status = program.wait_exit();
-        return {status, program.output(), program.error_output()};
-    }
 };
 
 TEST_F(RecordingProgramTest, HelpNamesTheCommandsAndTheExitStatuses) {

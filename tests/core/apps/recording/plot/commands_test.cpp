@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,7 +17,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
-#include "support/child_program.h"
+#include "support/ending.h"
 #include "support/recording.h"
 
 using namespace std::chrono_literals;
@@ -26,23 +25,16 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using tests::Ending;
 
 namespace {
-
-struct Ending {
-    std::optional<int> status;
-    std::string output;
-    std::string error;
-};
 
 class RecordingCommandsTest : public testing::Test {
 protected:
     static Ending run(std::vector<std::string> words) {
         words.insert(words.begin(), CUEWRIGHT_RECORDING);
         // A font's properties refer to each other by distances, which the leak sanitizer takes for leaks.
-        tests::ChildProgram program(words, {"ASAN_OPTIONS=detect_leaks=0"});
-        const std::optional<int> status = program.wait_exit();
-        return {status, program.output(), program.error_output()};
+        return tests::run_to_end(words, {"ASAN_OPTIONS=detect_leaks=0"});
     }
 
     [[nodiscard]] std::string path(const std::string& name) const {
