@@ -3,10 +3,8 @@
 // This program moves into a network of its own before anything else, with an "eth0" in it, so that it may use
 // every port and address. Where the kernel refuses that, its tests are skipped.
 
-#include <sched.h>
-
 #include "service_test.h"
-#include "support/child_process.h"
+#include "support/private_network.h"
 
 using namespace integration;
 using namespace std::chrono_literals;
@@ -19,19 +17,7 @@ constexpr int kArtNetPort = 6454;
 constexpr std::chrono::milliseconds kFrame{2};
 
 /// Why there is no network of our own; empty when there is one.
-std::string network_missing;
-
-void enter_private_network() {
-    try {
-        tests::child_process_detail::enter_namespaces(CLONE_NEWNET);
-        tests::ip("link set lo up");
-        tests::ip("link add eth0 type veth peer name eth0peer");
-        tests::ip("address add 192.0.2.10/24 broadcast 192.0.2.255 dev eth0");
-        tests::ip("link set eth0 up");
-    } catch (const tests::Unavailable& reason) {
-        network_missing = reason.what();
-    }
-}
+const std::string network_missing = tests::enter_private_network_with_eth0();
 
 class BroadcastTest : public ServiceTest {
 protected:
@@ -147,11 +133,4 @@ TEST_F(BroadcastTest, DestinationsOfHighPortsShareTheirFrameAndOthersDoNot) {
                   (port == 40000 ? std::vector<int>{10, 21} : std::vector<int>{0, 21}));
         end();
     }
-}
-
-// In place of GoogleTest's: the network has to be entered before there is another thread or a socket.
-int main(int argc, char** argv) {
-    enter_private_network();
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

@@ -111,10 +111,16 @@ inline ChildReport run_in_child(int namespaces, const std::function<std::string(
     return report.front() == 'U' ? ChildReport{report.substr(1), ""} : ChildReport{"", report.substr(1)};
 }
 
-/// Runs a command line of iproute2, whose program lies outside the path of ordinary users.
-inline void ip(const std::string& arguments) {
+/// Runs a command line of iproute2, whose program lies outside the path of ordinary users; false when it
+/// fails.
+inline bool run_ip(const std::string& arguments) {
     const std::string command = "PATH=\"$PATH:/usr/sbin:/sbin\" ip " + arguments + " 2>/dev/null";
-    if (std::system(command.c_str()) != 0) {
+    return std::system(command.c_str()) == 0;
+}
+
+/// The same for a child, or for what else cannot do without.
+inline void ip(const std::string& arguments) {
+    if (!run_ip(arguments)) {
         throw Unavailable("this machine cannot do: ip " + arguments);
     }
 }

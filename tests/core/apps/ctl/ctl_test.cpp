@@ -4,26 +4,12 @@
 #include <filesystem>
 #include <fstream>
 
-#include <sched.h>
-
-#include "support/child_process.h"
 #include "support/eventually.h"
+#include "support/private_network.h"
 
 namespace {
 
-std::string missing;
-
-void enter_private_network() {
-    try {
-        tests::child_process_detail::enter_namespaces(CLONE_NEWNET);
-        tests::ip("link set lo up");
-        tests::ip("link add eth0 type veth peer name eth0peer");
-        tests::ip("address add 192.0.2.10/24 broadcast 192.0.2.255 dev eth0");
-        tests::ip("link set eth0 up");
-    } catch (const tests::Unavailable& reason) {
-        missing = reason.what();
-    }
-}
+const std::string missing = tests::enter_private_network_with_eth0();
 
 /// True when every thread of the process stands still.
 bool is_halted(pid_t process) {
@@ -104,11 +90,4 @@ FakeDiscovery::FakeDiscovery(const std::string& bus_address, const QString& reco
 
 FakeDiscovery::~FakeDiscovery() {
     connection_.bus().unregisterService(QStringLiteral("com.torvexserver.Netsurvey"));
-}
-
-// In place of GoogleTest's: the network has to be entered before there is another thread or a socket.
-int main(int argc, char** argv) {
-    enter_private_network();
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

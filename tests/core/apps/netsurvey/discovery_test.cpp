@@ -14,7 +14,6 @@
 #include <QTemporaryDir>
 
 #include "controller.h"
-#include "core/apps/output/forwarder/private_network.h"
 #include "forwarder_socket.h"
 #include "ondra/artnet_node_map.h"
 #include "posix/file_descriptor.h"
@@ -24,6 +23,7 @@
 #include "session_bus.h"
 #include "support/child_program.h"
 #include "support/eventually.h"
+#include "support/private_network.h"
 #include "support/recording.h"
 #include "support/show_directory.h"
 
@@ -39,19 +39,10 @@ using tests::ChildProgram;
 namespace {
 
 /// A network with a broadcast address, the discovery's address in it, and two for nodes.
-std::string make_network() {
-    if (std::string obstacle = tests::enter_private_network(); !obstacle.empty()) {
-        return obstacle;
-    }
-    const bool made = tests::run_ip("link add near type veth peer name far") &&
-                      tests::run_ip("addr add 10.77.0.1/24 dev near") &&
-                      tests::run_ip("addr add 10.77.0.2/24 dev near") &&
-                      tests::run_ip("addr add 10.77.0.3/24 dev near") && tests::run_ip("link set near up") &&
-                      tests::run_ip("link set far up");
-    return made ? "" : "no network interface can be made here";
-}
-
-const std::string kObstacle = make_network();
+const std::string kObstacle =
+    tests::enter_private_network({"link add near type veth peer name far", "addr add 10.77.0.1/24 dev near",
+                                  "addr add 10.77.0.2/24 dev near", "addr add 10.77.0.3/24 dev near",
+                                  "link set near up", "link set far up"});
 
 constexpr const char* kNode = "10.77.0.2";
 constexpr const char* kStaticNode = "10.77.0.3";

@@ -14,11 +14,11 @@
 
 #include "artnet/poll.h"
 #include "artnet/recording_writer.h"
-#include "core/apps/output/forwarder/private_network.h"
 #include "posix/file_descriptor.h"
 #include "posix/ipv4.h"
 #include "support/child_program.h"
 #include "support/eventually.h"
+#include "support/private_network.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "private_network.h"
 #include "running_forwarder.h"
+#include "support/private_network.h"
 
 namespace {
 
