@@ -3,9 +3,7 @@
 
 #include <cerrno>
 #include <deque>
-#include <functional>
 #include <system_error>
-#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -14,28 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/before_bind.h"
+
 namespace {
 
 constexpr const char* kIp = "127.0.0.2";
-
-/// What happens just before the next socket is bound, once.
-std::function<void()> before_bind;
-
-}  // namespace
-
-extern "C" {
-int __real_bind(int socket, const sockaddr* address, socklen_t size);
-int __wrap_bind(int socket, const sockaddr* address, socklen_t size);
-
-int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
-    if (const auto happens = std::exchange(before_bind, nullptr)) {
-        happens();
-    }
-    return __real_bind(socket, address, size);
-}
-}
-
-namespace {
 
 /// A socket that shares its address with whoever shares it, too.
 class Rival {
@@ -116,7 +97,7 @@ TEST(PacketReceiverTest, PortOfAnotherSocketIsRefusedAlthoughItSharesItsAddress)
 TEST(PacketReceiverTest, SocketThatIsBoundBetweenTheLookAndTheBindKeepsThePort) {
     const std::uint16_t port = free_port();
     const Rival rival;
-    before_bind = [&] { EXPECT_EQ(rival.bind_to(kIp, port), port); };
+    tests::before_bind = [&] { EXPECT_EQ(rival.bind_to(kIp, port), port); };
     EXPECT_EQ(error_of_receiver(port), EADDRINUSE);
 }
 

@@ -4,13 +4,12 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <functional>
 #include <optional>
-#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/before_bind.h"
 #include "udp_peer.h"
 
 namespace {
@@ -30,9 +29,6 @@ constexpr const char* kTable =
     " 1004: 0100007F:193A 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4715 2 0\n"
     " 1004: 0100007F:193A 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 4715 2 0\n";
 
-/// What happens just before the next socket is bound, once.
-std::function<void()> before_bind;
-
 /// Hands a drop counter to the socket the way the kernel does.
 void note(ReceiveSocket& socket, std::uint32_t counter) {
     alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(sizeof counter)> control{};
@@ -46,22 +42,6 @@ void note(ReceiveSocket& socket, std::uint32_t counter) {
     std::memcpy(CMSG_DATA(part), &counter, sizeof counter);
     socket.note_drops(message);
 }
-
-}  // namespace
-
-extern "C" {
-int __real_bind(int socket, const sockaddr* address, socklen_t size);
-int __wrap_bind(int socket, const sockaddr* address, socklen_t size);
-
-int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
-    if (const auto happens = std::exchange(before_bind, nullptr)) {
-        happens();
-    }
-    return __real_bind(socket, address, size);
-}
-}
-
-namespace {
 
 TEST(ReceiveSocketTest, TableIsSearchedForExactlyTheLoopbackAddressAndPort) {
     if constexpr (std::endian::native == std::endian::little) {
@@ -113,7 +93,7 @@ TEST(ReceiveSocketTest, SecondSocketOnThePortIsRefusedAlthoughBothReuseAddresses
 TEST(ReceiveSocketTest, SocketThatIsBoundBetweenTheLookAndTheBindIsNotRobbedOfItsDatagrams) {
     const std::uint16_t port = free_port();
     std::optional<tests::UdpPeer> rival;
-    before_bind = [&] { rival.emplace("127.0.0.1", port, true); };
+    tests::before_bind = [&] { rival.emplace("127.0.0.1", port, true); };
     ReceiveSocket socket;
     const auto failure = socket.open(port);
     ASSERT_TRUE(failure);
