@@ -6,8 +6,7 @@ from soak.slope import slope
 
 REFERENCE = {
     "name": "playlist 1", "universes": 8, "due_before": 4800, "due_after": 4801, "frames": 4801, "received": 8 * 4801,
-    "lost": 0, "repeated": 0, "disordered": 0, "drift_ns": 40_000, "last_ns": 3_000_000, "jitter_ns": 9_000_000,
-    "gap_ns": 60_000_000,
+    "lost": 0, "repeated": 0, "disordered": 0, "drift_ns": 40_000, "last_ns": 3_000_000, "gap_ns": 60_000_000,
     "frame_ns": 25_000_000,
 }
 FORWARDER = {
@@ -43,10 +42,14 @@ class ReferenceTest(unittest.TestCase):
         for drift in (1_000_001, -1_000_001):
             self.assertFalse(self.verdict(drift_ns=drift))
 
-    def test_a_last_frame_later_than_a_frame_lasts_and_than_any_before_it_fails(self):
+    def test_a_last_frame_later_than_a_frame_lasts_fails(self):
+        self.assertTrue(self.verdict(last_ns=25_000_000))
         self.assertFalse(self.verdict(last_ns=25_000_001))
-        self.assertTrue(self.verdict(last_ns=30_000_000, jitter_ns=40_000_000))
-        self.assertFalse(self.verdict(last_ns=40_000_001, jitter_ns=40_000_000))
+
+    def test_a_standstill_in_between_excuses_no_late_last_frame(self):
+        self.assertTrue(self.verdict(gap_ns=5_000_000_000, last_ns=25_000_000))
+        self.assertFalse(self.verdict(gap_ns=5_000_000_000, last_ns=25_000_001))
+        self.assertFalse(self.verdict(jitter_ns=5_000_000_000, last_ns=25_000_001))
 
     def test_a_gap_of_more_than_five_seconds_fails(self):
         self.assertTrue(self.verdict(gap_ns=5_025_000_000))
@@ -116,6 +119,10 @@ class ControlTest(unittest.TestCase):
         self.assertTrue(judge.verdict(judge.control_checks(900, 0, 55.0, "stop_playlist")))
         self.assertFalse(judge.verdict(judge.control_checks(900, 1, 55.0, "stop_playlist")))
         self.assertFalse(judge.verdict(judge.control_checks(900, 0, 5000.1, "stop_playlist")))
+
+    def test_a_run_without_a_control_call_fails(self):
+        self.assertTrue(judge.verdict(judge.control_checks(1, 0, 55.0, "pause_playlist")))
+        self.assertFalse(judge.verdict(judge.control_checks(0, 0, 0.0, "")))
 
     def test_a_program_that_ended_fails_and_is_named(self):
         check = judge.end_check("cuewright-forwarder ended, signal 9")
