@@ -1,17 +1,24 @@
 #include "loader_model.h"
 
+#include <cstdint>
 #include <set>
 #include <utility>
 #include <vector>
 
-#include "ondra/timing.h"
 #include "parser_model.h"
 
 namespace fuzz {
 
 namespace {
 
-using Delay = ondra::Clock::duration;
+using Delay = decltype(Playlist::Packet::delay);
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+/// How long a frame stands at a fixed rate; a second where the rate makes no sense.
+Delay frame_time(int fps) {
+    return Delay(fps > 0 ? kSecond / fps : kSecond);
+}
 
 /// The number in the bytes behind a timing packet's header, low byte first.
 std::uint64_t number_in(const std::vector<std::uint8_t>& record) {
@@ -37,7 +44,7 @@ LoadedEffect expected_load(Input recording, const Playlist::Effect& effect) {
             return;
         }
         if (frame_end && effect.fixed_fps) {
-            pending.front().delay = ondra::calculate_delay(effect.fps);
+            pending.front().delay = frame_time(effect.fps);
         }
         loaded.packets.push_back(std::move(pending.front()));
         pending.clear();
@@ -63,7 +70,7 @@ LoadedEffect expected_load(Input recording, const Playlist::Effect& effect) {
     loaded.whole = parsed.error == 0;
     if (loaded.whole && !pending.empty()) {
         if (!effect.fixed_fps) {
-            pending.front().delay = std::chrono::milliseconds(30);
+            pending.front().delay = Delay(30'000'000);
         }
         store(true);
     }
