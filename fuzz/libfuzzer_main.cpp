@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "libfuzzer_name.h"
 #include "target.h"
@@ -25,7 +24,7 @@ void print_inputs() {
 /// Qt's JSON reader loses an array or object that a later one of the same key replaces (Qt 5.15.8). Nothing
 /// here can free it. Only the targets that read JSON are excused, and only for what Qt itself allocates.
 extern "C" const char* __lsan_default_suppressions() {
-    return std::string_view(fuzz_target_name).ends_with("_file") ? "leak:libQt5Core.so.5\n" : "";
+    return fuzz::reads_json(fuzz_target_name) ? "leak:libQt5Core.so.5\n" : "";
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {

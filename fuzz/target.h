@@ -39,6 +39,11 @@ struct Target {
     const char* elsewhere = "-";
 };
 
+/// Whether the target of that name reads JSON. May be asked before anything is initialised.
+[[nodiscard]] constexpr bool reads_json(std::string_view name) {
+    return name.ends_with("_file");
+}
+
 /// All targets, in the order of the list in docs/fuzzing.md.
 [[nodiscard]] const std::vector<Target>& all_targets();
 
