@@ -75,8 +75,9 @@ protected:
     void SetUp() override {
         FaultsTest::SetUp();
 #if defined(__SANITIZE_ADDRESS__)
-        GTEST_SKIP() << "with the address sanitizer a service without descriptors stops answering; "
-                        "presumably its runtime opens files itself";
+        GTEST_SKIP()
+            << "with the address sanitizer a service without descriptors was seen to stop answering, "
+               "for a reason that nobody has looked for";
 #endif
     }
     /// Leaves the service `count` descriptors that it may still open.
