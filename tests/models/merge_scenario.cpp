@@ -146,8 +146,7 @@ Playlist MergeScenario::make_playlist(Random& random, int id) {
 }
 
 void MergeScenario::make_steps(Random& random) {
-    enum class State { Unloaded, Playing, Paused };
-    std::vector<State> states(playlists.size(), State::Unloaded);
+    std::vector<bool> loaded(playlists.size(), false);
     std::vector<int> positions(playlists.size(), 0);
     for (int number = 0; number < kSteps; ++number) {
         const int index = random.between(0, static_cast<int>(playlists.size()) - 1);
@@ -156,18 +155,13 @@ void MergeScenario::make_steps(Random& random) {
             Step step = random_change(random);
             step.playlist = index;
             steps.push_back(step);
-        } else if (states[place] == State::Unloaded) {
+        } else if (!loaded[place]) {
             steps.push_back({Kind::Start, index, 0});
-            states[place] = State::Playing;
+            loaded[place] = true;
             positions[place] = 0;
-        } else if (states[place] == State::Paused) {
-            resumed += 1;
-            states[place] = State::Playing;
-        } else if (random.chance(5)) {
-            states[place] = State::Paused;
         } else if (random.chance(5)) {
             steps.push_back({Kind::Stop, index, 0});
-            states[place] = State::Unloaded;
+            loaded[place] = false;
         } else {
             steps.push_back(
                 {Kind::Send, index, positions[place], random.chance(5) ? random.between(0, 2) : -1});
@@ -176,7 +170,7 @@ void MergeScenario::make_steps(Random& random) {
     }
     // Everything ends, and each frame must go with its last owner.
     for (int index = 0; index < static_cast<int>(playlists.size()); ++index) {
-        if (states[static_cast<std::size_t>(index)] != State::Unloaded) {
+        if (loaded[static_cast<std::size_t>(index)]) {
             steps.push_back({Kind::Stop, index, 0});
         }
     }

@@ -28,8 +28,6 @@ struct MergeScenario {
     std::map<int, std::vector<Destination>> nodes;
     std::vector<Playlist> playlists;
     std::vector<Step> steps;
-    /// Resumptions after a pause, for the count of what was played.
-    int resumed = 0;
 
 private:
     void make_zones(Random& random);

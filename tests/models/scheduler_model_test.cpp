@@ -4,12 +4,14 @@
 // A failure names its seed and how to replay it.
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "scheduler_model.h"
 #include "show_scenario.h"
@@ -23,6 +25,16 @@ using model::ShowScenario;
 using Kind = ShowScenario::Kind;
 
 constexpr std::uint64_t kDefaultCount = 100;
+
+constexpr std::array kKinds = {std::pair(Kind::Play, "play"),
+                               std::pair(Kind::Pause, "pause"),
+                               std::pair(Kind::Stop, "stop"),
+                               std::pair(Kind::StopAll, "stop all"),
+                               std::pair(Kind::Brightness, "brightness"),
+                               std::pair(Kind::SpeedBoost, "speed boost"),
+                               std::pair(Kind::Unicast, "unicast"),
+                               std::pair(Kind::Node, "node"),
+                               std::pair(Kind::Zones, "zones")};
 
 std::vector<Zone> zones_of(const ShowScenario& scenario) {
     std::vector<Zone> zones;
@@ -262,16 +274,21 @@ TEST_F(SchedulerModelTest, RandomShowsGoOutAsTheModelSaysMomentByMomentAndByteFo
               << " datagrams compared, " << took.count()
               << " s; with\n  zones that overlap in a frame: " << overlapping_
               << " shows\n  playlists due at the same moment: " << ties_
-              << " times\n  playlists that ended: " << endings_ << "\n  calls: " << calls_[Kind::Play]
-              << " play, " << calls_[Kind::Pause] << " pause, " << calls_[Kind::Stop] << " stop, "
-              << calls_[Kind::StopAll] << " stop all, " << calls_[Kind::Brightness] << " brightness, "
-              << calls_[Kind::SpeedBoost] << " speed boost, " << calls_[Kind::Unicast] << " unicast, "
-              << calls_[Kind::Node] << " node, " << calls_[Kind::Zones] << " zones; " << refused_
-              << " refused\n";
+              << " times\n  playlists that ended: " << endings_ << "\n  calls: ";
+    for (const auto& [kind, name] : kKinds) {
+        std::cout << calls_[kind] << ' ' << name << ", ";
+    }
+    std::cout << refused_ << " refused\n";
     if (seeds.count >= 100) {
         EXPECT_GE(2 * static_cast<std::uint64_t>(overlapping_), seeds.count);
         EXPECT_GT(ties_, 0);
         EXPECT_GT(endings_, 0);
+        // Each kind at least once in four shows: a generator that no longer makes it would prove nothing of
+        // it.
+        for (const auto& [kind, name] : kKinds) {
+            EXPECT_GT(4 * static_cast<std::uint64_t>(calls_[kind]), seeds.count) << name;
+        }
+        EXPECT_GT(static_cast<std::uint64_t>(refused_), seeds.count);
     }
 }
 
