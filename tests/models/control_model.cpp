@@ -314,21 +314,21 @@ std::vector<std::uint8_t> ControlModel::levels_of(const Loaded& loaded,
     return levels;
 }
 
-std::vector<int> ControlModel::ports_of(const ControlledEffect& effect, int universe) const {
-    std::vector<int> ports;
+std::vector<Destination> ControlModel::destinations_of(const ControlledEffect& effect, int universe) const {
+    std::vector<Destination> destinations;
     for (const ControlledEffect::Output& output : effect.outputs) {
         if (output.universe == universe) {
-            ports.push_back(output.port);
+            destinations.push_back({output.ip, output.port});
         }
     }
     if (effect.outputs.empty()) {
         if (!unicast_) {
-            ports.push_back(broadcast_port);
+            destinations.push_back(broadcast);
         } else if (node_appearances_ > 0) {
-            ports.push_back(node_port);
+            destinations.push_back(node);
         }
     }
-    return ports;
+    return destinations;
 }
 
 std::vector<Audible> ControlModel::audible() const {
@@ -341,8 +341,12 @@ std::vector<Audible> ControlModel::audible() const {
         for (const ControlledEffect::Look& look : effect.looks) {
             const bool muted = std::find(effect.zones.begin(), effect.zones.end(),
                                          std::pair(look.universe, kMuted)) != effect.zones.end();
-            for (const int port : muted ? std::vector<int>() : ports_of(effect, look.universe)) {
-                result.push_back({port, look.universe, levels_of(loaded, look)});
+            if (muted) {
+                continue;
+            }
+            for (const Destination& to : destinations_of(effect, look.universe)) {
+                result.push_back({to.port, look.universe, to.ip, static_cast<int>(look.levels.size()),
+                                  levels_of(loaded, look)});
             }
         }
     }

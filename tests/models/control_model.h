@@ -62,6 +62,9 @@ struct LogLine {
 struct Audible {
     int port = 0;
     int universe = 0;
+    /// Address text and length field of each.
+    std::string ip;
+    int length = 0;
     std::vector<std::uint8_t> levels;
 };
 
@@ -126,8 +129,9 @@ public:
     void node_goes() { node_appearances_ -= node_appearances_ > 0 ? 1 : 0; }
 
     /// Where that node listens.
-    int node_port = 0;
-    int broadcast_port = 6454;
+    Destination node;
+    /// Where frames without outputs go while unicast is off.
+    Destination broadcast{"", 6454};
 
 private:
     struct Loaded {
@@ -149,7 +153,8 @@ private:
     void remember_race(const Loaded& stopped);
     [[nodiscard]] std::vector<std::uint8_t> levels_of(const Loaded& loaded,
                                                       const ControlledEffect::Look& look) const;
-    [[nodiscard]] std::vector<int> ports_of(const ControlledEffect& effect, int universe) const;
+    [[nodiscard]] std::vector<Destination> destinations_of(const ControlledEffect& effect,
+                                                           int universe) const;
 
     std::vector<ControlledPlaylist> show_;
     std::string root_;

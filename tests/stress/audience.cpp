@@ -15,6 +15,7 @@ constexpr int kFramesEach = 6;
 constexpr std::chrono::seconds kPatience{60};
 constexpr std::size_t kFirstChannel = 42;
 
+/// What is wrong with a frame; empty when nothing is.
 std::string judge(const integration::Frame& frame, const model::Audible* expected) {
     std::ostringstream text;
     if (expected == nullptr) {
@@ -22,10 +23,20 @@ std::string judge(const integration::Frame& frame, const model::Audible* expecte
              << ", and should be silent";
         return text.str();
     }
+    text << "universe " << frame.universe();
+    if (frame.ip() != expected->ip || frame.port() != expected->port) {
+        text << " is for " << frame.ip() << ":" << frame.port() << " instead of " << expected->ip << ":"
+             << expected->port;
+        return text.str();
+    }
+    if (frame.length() != expected->length) {
+        text << " has " << frame.length() << " channels instead of " << expected->length;
+        return text.str();
+    }
     for (std::size_t channel = 0; channel < expected->levels.size(); ++channel) {
         if (frame.bytes[kFirstChannel + channel] != expected->levels[channel]) {
-            text << "universe " << frame.universe() << " has " << int{frame.bytes[kFirstChannel + channel]}
-                 << " on channel " << channel << " instead of " << int{expected->levels[channel]};
+            text << " has " << int{frame.bytes[kFirstChannel + channel]} << " on channel " << channel
+                 << " instead of " << int{expected->levels[channel]};
             return text.str();
         }
     }
@@ -40,20 +51,22 @@ void Audience::skip() {
     }
 }
 
-std::string Audience::stretch(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain,
-                              bool& heard) {
+Audience::Stretch Audience::stretch(const std::vector<model::Audible>& audible,
+                                    const std::vector<int>& uncertain) {
     const auto deadline = steady_clock::now() + kPatience;
+    // Of right frames.
     std::vector<int> count(audible.size(), 0);
-    std::string wrong;
+    Stretch result;
     const auto missing = [&count] {
         return std::find_if(count.begin(), count.end(), [](int frames) { return frames < kFramesEach; });
     };
     while (missing() != count.end()) {
         if (steady_clock::now() >= deadline) {
-            heard = false;
             const model::Audible& silent = audible[static_cast<std::size_t>(missing() - count.begin())];
-            return "universe " + std::to_string(silent.universe) + " is not heard at port " +
-                   std::to_string(silent.port);
+            result.wrong = "universe " + std::to_string(silent.universe) +
+                           " is not heard as it should be at port " + std::to_string(silent.port) +
+                           (result.stale.empty() ? "" : ": " + result.stale);
+            return result;
         }
         for (integration::ForwarderSocket* const socket : sockets_) {
             for (auto frame = socket->receive(std::chrono::milliseconds(1)); frame;
@@ -63,13 +76,22 @@ std::string Audience::stretch(const std::vector<model::Audible>& audible, const 
                 const auto found = std::find_if(audible.begin(), audible.end(), [&](const auto& entry) {
                     return entry.port == socket->port() && entry.universe == universe;
                 });
-                if (found != audible.end()) {
-                    ++count[static_cast<std::size_t>(found - audible.begin())];
-                } else if (std::find(uncertain.begin(), uncertain.end(), universe) != uncertain.end()) {
+                const bool silent = found == audible.end();
+                if (silent && std::find(uncertain.begin(), uncertain.end(), universe) != uncertain.end()) {
                     continue;
                 }
-                const std::string verdict = judge(*frame, found == audible.end() ? nullptr : &*found);
-                wrong = verdict.empty() ? wrong : verdict;
+                const std::string verdict = judge(*frame, silent ? nullptr : &*found);
+                int* const right =
+                    silent ? nullptr : &count[static_cast<std::size_t>(found - audible.begin())];
+                if (verdict.empty()) {
+                    ++*right;
+                } else if (silent || *right == 0) {
+                    result.stale = verdict;
+                } else {
+                    // Nothing that was on its way comes behind what was sent later.
+                    result.wrong = verdict + ", after " + std::to_string(*right) + " right frames";
+                    return result;
+                }
                 // A burst must not keep the loop from its end.
                 if (missing() == count.end()) {
                     break;
@@ -77,18 +99,16 @@ std::string Audience::stretch(const std::vector<model::Audible>& audible, const 
             }
         }
     }
-    return wrong;
+    return result;
 }
 
 std::string Audience::listen(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain) {
-    const auto deadline = steady_clock::now() + kPatience;
     skip();
-    bool heard = true;
-    std::string wrong;
-    do {
-        wrong = stretch(audible, uncertain, heard);
-    } while (!wrong.empty() && heard && steady_clock::now() < deadline);
-    return wrong;
+    Stretch heard = stretch(audible, uncertain);
+    if (heard.wrong.empty() && !heard.stale.empty()) {
+        heard = stretch(audible, uncertain);
+    }
+    return heard.wrong.empty() ? heard.stale : heard.wrong;
 }
 
 }  // namespace stress

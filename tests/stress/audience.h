@@ -19,8 +19,9 @@ public:
      * Waits until every universe that must be heard has been heard several times with its very levels, and
      * no other but the uncertain ones meanwhile.
      *
-     * Datagrams may still be on their way when the call that silences them is answered, so a wrong one is
-     * held against the service only when that goes on. Empty, or what is wrong.
+     * Datagrams may still be on their way when the call that silences or changes them is answered. So wrong
+     * ones may come first, before any right one of their universe, and in one stretch of some frames only:
+     * the next one has to be clean. Empty, or what is wrong.
      */
     [[nodiscard]] std::string listen(const std::vector<model::Audible>& audible,
                                      const std::vector<int>& uncertain);
@@ -29,9 +30,14 @@ public:
     [[nodiscard]] long long frames() const { return frames_; }
 
 private:
-    /// What is wrong in one stretch of time; `heard` is false when it took too long.
-    std::string stretch(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain,
-                        bool& heard);
+    struct Stretch {
+        /// What no datagram on its way explains; empty if all is well.
+        std::string wrong;
+        /// What one on its way would explain.
+        std::string stale;
+    };
+    /// Lasts for some right frames of each universe.
+    Stretch stretch(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain);
 
     std::vector<integration::ForwarderSocket*> sockets_;
     long long frames_ = 0;

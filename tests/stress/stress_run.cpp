@@ -17,6 +17,7 @@ using std::chrono::steady_clock;
 constexpr int kClients = 4;
 constexpr std::size_t kRemembered = 15;
 constexpr std::chrono::seconds kEndDeadline{120};
+constexpr char kNodeIp[] = "192.0.2.77";
 
 std::vector<int> ids_of(const std::vector<model::ControlledPlaylist>& show) {
     std::vector<int> ids;
@@ -34,8 +35,8 @@ std::string shown(const Answer& answer) {
 }
 
 std::string node_record(int state, int port) {
-    return std::to_string(state) + ":" + std::to_string(kNodeUniverse) +
-           ":192.0.2.77:" + std::to_string(port);
+    return std::to_string(state) + ":" + std::to_string(kNodeUniverse) + ":" + kNodeIp + ":" +
+           std::to_string(port);
 }
 
 }  // namespace
@@ -50,7 +51,7 @@ StressRun::StressRun(Setting setting, integration::Controller& ear)
     for (int i = 0; i < kClients; ++i) {
         clients_.push_back(std::make_unique<BusClient>(setting_.address));
     }
-    model_.node_port = setting_.sockets.back()->port();
+    model_.node = {kNodeIp, setting_.sockets.back()->port()};
     log_.skip();
 }
 
@@ -268,7 +269,7 @@ std::string StressRun::announce(Random& random) {
     remember(appears ? "the node appears" : "the node goes");
     ++mix_.announcements;
     appears ? model_.node_appears() : model_.node_goes();
-    return discovery_->announce(node_record(appears ? 1 : 0, model_.node_port))
+    return discovery_->announce(node_record(appears ? 1 : 0, model_.node.port))
                ? ""
                : "the announcement is not heard";
 }
