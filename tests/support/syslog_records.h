@@ -2,6 +2,7 @@
 // Reads back what the stand-in for the system log has recorded.
 
 #include <fstream>
+#include <istream>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,8 @@ struct SyslogLine {
 };
 
 /// Fields of every recorded call, name first, in calling order.
-inline std::vector<std::vector<std::string>> syslog_calls(const std::string& path) {
+inline std::vector<std::vector<std::string>> syslog_calls(std::istream& file) {
     std::vector<std::vector<std::string>> calls;
-    std::ifstream file(path);
     // A line without its line feed is still being written.
     for (std::string line; std::getline(file, line) && !file.eof();) {
         std::vector<std::string> fields(1);
@@ -42,15 +42,25 @@ inline std::vector<std::vector<std::string>> syslog_calls(const std::string& pat
     return calls;
 }
 
+inline std::vector<std::vector<std::string>> syslog_calls(const std::string& path) {
+    std::ifstream file(path);
+    return syslog_calls(file);
+}
+
 /// The recorded calls of syslog() in calling order.
-inline std::vector<SyslogLine> syslog_lines(const std::string& path) {
+inline std::vector<SyslogLine> syslog_lines(std::istream& file) {
     std::vector<SyslogLine> lines;
-    for (const std::vector<std::string>& call : syslog_calls(path)) {
+    for (const std::vector<std::string>& call : syslog_calls(file)) {
         if (call.size() == 5 && call[0] == "syslog") {
             lines.push_back({std::stoi(call[1]), std::stoi(call[2]), call[3], call[4]});
         }
     }
     return lines;
+}
+
+inline std::vector<SyslogLine> syslog_lines(const std::string& path) {
+    std::ifstream file(path);
+    return syslog_lines(file);
 }
 
 }  // namespace tests
