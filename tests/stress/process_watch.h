@@ -22,6 +22,10 @@ public:
 
     /// Remembers the memory after so many calls.
     void sample(long calls) { samples_.emplace_back(calls, memory()); }
+    /// Growth in kB from the sample half-way to the last.
+    [[nodiscard]] long growth() const {
+        return samples_.back().second - samples_[samples_.size() / 2].second;
+    }
     /// Growth per 1,000 calls in kB over the second half of the samples, by least squares.
     [[nodiscard]] double slope() const;
     [[nodiscard]] const std::vector<std::pair<long, long>>& samples() const { return samples_; }
