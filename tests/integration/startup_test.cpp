@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <syslog.h>
 
+#include "cuewright/version.h"
 #include "service_test.h"
 
 using namespace integration;
@@ -16,7 +17,7 @@ using testing::ElementsAre;
 
 namespace {
 
-constexpr char kVersionLine[] = "info cuewright Version: 1.8.2 ";
+constexpr char kVersionLine[] = "info cuewright Version: " CUEWRIGHT_VERSION " ";
 constexpr char kLevelLine[] = "info cuewright log level: 3 ";
 constexpr char kWorkerLine[] = "info [Repeater::do_render_work] Start render worker";
 constexpr char kNoBusLine[] =
