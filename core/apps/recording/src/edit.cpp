@@ -12,10 +12,10 @@ namespace recording {
 
 namespace {
 
-constexpr std::uint32_t kLastUniverse = 32767;
+constexpr std::uint32_t kLastUniverse = 65535;
 
 EditedPacket edited(const IndexedPacket& packet, std::uint32_t source = 0) {
-    return {source, packet.size, packet.universe, packet.offset, packet.begin};
+    return {source, packet.size, packet.universe, packet.offset, packet.begin, packet.ends_frame_of_no_time};
 }
 
 void require_times(const RecordingIndex& source) {
@@ -46,6 +46,8 @@ std::vector<EditedPacket> look_before(const std::vector<IndexedPacket>& packets,
     for (const std::size_t index : kept) {
         look.push_back(edited(packets[index]));
         look.back().begin = 0ns;
+        // One frame, whatever parted its packets.
+        look.back().ends_frame_of_no_time = false;
     }
     return look;
 }

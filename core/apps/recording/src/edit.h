@@ -21,6 +21,8 @@ struct EditedPacket {
     std::uint16_t universe = 0;
     std::uint64_t offset = 0;
     std::chrono::nanoseconds begin{0};
+    /// Whether a timing packet of no time follows it where the next packet begins with it.
+    bool ends_frame_of_no_time = false;
 };
 
 /// The recording to be written, in the order of the times.

@@ -74,6 +74,7 @@ void write_edited(const EditedRecording& recording, const std::vector<RecordingI
                   const std::string& path, bool force) {
     OutputRecording out(path, force);
     std::vector<PacketSource> files;
+    files.reserve(sources.size());
     for (const RecordingIndex& source : sources) {
         files.emplace_back(source.path);
     }
@@ -88,7 +89,7 @@ void write_edited(const EditedRecording& recording, const std::vector<RecordingI
         out.writer().raw_dmx(bytes);
         universes.insert(packet.universe);
         const auto next = index + 1 < packets.size() ? packets[index + 1].begin : recording.end;
-        if (next > packet.begin) {
+        if (next > packet.begin || packet.ends_frame_of_no_time) {
             out.writer().frame_delay(next - packet.begin);
         }
         progress.update(index + 1);

@@ -43,9 +43,10 @@ RecordingIndex index_recording(const std::string& path, CutShort cut_short) {
             ++index.stale;
             return;
         }
-        index.packets.push_back(
-            {packet.offset, packet.begin, static_cast<std::uint16_t>(packet.bytes.size()), packet.universe});
         index.end = written_end(packet);
+        index.packets.push_back({packet.offset, packet.begin, static_cast<std::uint16_t>(packet.bytes.size()),
+                                 packet.universe,
+                                 packet.timing != RecordedTiming::None && index.end == packet.begin});
         index.is_timed = index.is_timed || packet.timing != RecordedTiming::None;
         repeats = !universes.insert(packet.universe).second || repeats;
     };

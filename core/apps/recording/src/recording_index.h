@@ -19,6 +19,8 @@ struct IndexedPacket {
     /// 18 to 530 bytes.
     std::uint16_t size = 0;
     std::uint16_t universe = 0;
+    /// Whether a timing packet of no time parts it from the next packet.
+    bool ends_frame_of_no_time = false;
 };
 
 /// A recording that is to be edited: all but its packets' bytes, which stay in the file.

@@ -162,6 +162,30 @@ TEST_F(RecordingEditTest, MergePutsPacketsInTheOrderOfTheirTimes) {
     EXPECT_THAT(played(merge({b, a}))[0], "5@0:1") << "at one time, in the order of the inputs";
 }
 
+TEST_F(RecordingEditTest, FramesOfNoTimeStayFrames) {
+    const std::string path = files_.padded("a.rec", Recording{}
+                                                        .dmx(1, {1})
+                                                        .frame_delay(0ns)
+                                                        .dmx(1, {2})
+                                                        .frame_delay(10ms)
+                                                        .dmx(1, {3})
+                                                        .dmx(2, {3})
+                                                        .frame_delay(0ns)
+                                                        .dmx(1, {4})
+                                                        .frame_delay(0ns));
+    const std::vector<int> expected = tests::types_of(path);
+    EXPECT_EQ(tests::types_of(remap(path, {"1=7"})), expected);
+    EXPECT_EQ(tests::types_of(cut(path, 0ns, 1h)), expected);
+    EXPECT_THAT(tests::types_of(cut(path, 5ms, 1h)),
+                ElementsAre(0x5000, 0xFE, 0x5000, 0x5000, 0xFE, 0x5000, 0xFE))
+        << "the look at the begin is one frame";
+    const std::string other = files_.padded("b.rec", Recording{}.dmx(9, {1}).frame_delay(10ms).dmx(9, {2}));
+    EXPECT_THAT(played(merge({path, other})), ElementsAre("1@0:1", "1@0:2", "9@0:1", "1@10000:3", "2@10000:3",
+                                                          "1@10000:4", "9@10000:2", "=40000"));
+    EXPECT_THAT(tests::types_of(merge({path, other})), ElementsAre(0x5000, 0xFE, 0x5000, 0x5000, 0xFE, 0x5000,
+                                                                   0x5000, 0xFE, 0x5000, 0xFE, 0x5000, 0xFE));
+}
+
 TEST_F(RecordingEditTest, MergeRefusesAUniverseThatTwoRecordingsHave) {
     const std::string a = files_.padded("a.rec", Recording{}.dmx(1, {1}).dmx(2, {1}));
     const std::string b = files_.padded("b.rec", Recording{}.dmx(3, {1}));
@@ -186,6 +210,8 @@ TEST_F(RecordingEditTest, RemapChangesTheUniversesAndNothingElse) {
     EXPECT_THAT(played(remap(path, {"0=1", "1=0"})),
                 ElementsAre("1@0:1", "0@0:2", "7@0:3", "0@5000:4", "=35000"));
     EXPECT_EQ(std::filesystem::file_size(remap(path, {"7=32767"})), std::filesystem::file_size(path));
+    EXPECT_THAT(played(remap(path, {"7=65535"})).at(2), "65535@0:3")
+        << "all 16 bits, as a capture takes them";
 }
 
 TEST_F(RecordingEditTest, RemapRefusesCollisionsAndRulesThatNameNothing) {
@@ -197,7 +223,7 @@ TEST_F(RecordingEditTest, RemapRefusesCollisionsAndRulesThatNameNothing) {
                   remap(path, {"0=5", "0-1=8-9"});
               }),
               "universe 0 is renumbered twice");
-    for (const char* rule : {"", "1", "1=", "=1", "1=2=3", "1-2=3", "1,2=3,4", "1=32768", "a=b"}) {
+    for (const char* rule : {"", "1", "1=", "=1", "1=2=3", "1-2=3", "1,2=3,4", "1=65536", "a=b"}) {
         EXPECT_THAT(refusal_of<cli::UsageError>([&] { static_cast<void>(parse_renumbering(rule)); }),
                     HasSubstr(": expected "))
             << rule;
