@@ -81,9 +81,17 @@ RecordingReport inspect_recording(const std::string& path, const InspectOptions&
     });
     report.last_recorded = walk.last_timing();
     FrameChecks(timeline, walk, options, report.findings).run();
+    // A load that ends with an error has its finding.
+    if (report.loads && report.packets == 0) {
+        report.findings.add(
+            {"no-dmx", Level::Error, 0, 0, 1,
+             "the recording holds no ArtDmx packet: nothing of it is ever sent; leave it out, or "
+             "record it anew"});
+    }
     if (report.bytes % kBlockSize != 0 && report.bytes > kBlockSize && report.loads &&
         !report.findings.has("stale-duplicate")) {
-        report.findings.add({"not-padded", Level::Note, report.bytes, timeline.frames() - 1, 1,
+        const std::size_t last_frame = timeline.frames() == 0 ? 0 : timeline.frames() - 1;
+        report.findings.add({"not-padded", Level::Note, report.bytes, last_frame, 1,
                              "the file does not end with a block of 512 bytes: by luck nothing of the block "
                              "before is played again; pad it with zeros all the same (truncate -s %512 "
                              "FILE)"});

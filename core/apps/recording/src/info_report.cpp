@@ -93,8 +93,11 @@ Json rate_json(const std::optional<double>& rate) {
 std::string info_text(InfoReport& report) {
     RecordingStatistics& statistics = report.statistics;
     std::string out = report.path + "\n";
-    out += text("  size        %llu bytes, %.0f a second of playing time\n",
-                static_cast<unsigned long long>(statistics.bytes), statistics.byte_rate());
+    out += text("  size        %llu bytes", static_cast<unsigned long long>(statistics.bytes));
+    if (const std::optional<double> rate = statistics.byte_rate()) {
+        out += text(", %.0f a second of playing time", *rate);
+    }
+    out += "\n";
     out += "  duration    " + cli::time_text(statistics.duration);
     if (report.speed_boost) {
         out += text(", at a speed boost of %d: ", *report.speed_boost) +
@@ -129,7 +132,7 @@ std::string info_json(InfoReport& report) {
     Json json{{"file", report.path},
               {"bytes", statistics.bytes},
               {"duration_ns", statistics.duration.count()},
-              {"bytes_per_second", statistics.byte_rate()}};
+              {"bytes_per_second", rate_json(statistics.byte_rate())}};
     if (report.speed_boost) {
         json["speed_boost"] = *report.speed_boost;
         json["duration_at_speed_boost_ns"] = statistics.boosted_duration->count();

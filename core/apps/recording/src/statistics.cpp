@@ -74,7 +74,10 @@ std::optional<double> RecordingStatistics::rate() const {
     return static_cast<double>(frames - 1) / seconds(duration - kLastFrameTime);
 }
 
-double RecordingStatistics::byte_rate() const {
+std::optional<double> RecordingStatistics::byte_rate() const {
+    if (duration.count() == 0) {
+        return std::nullopt;
+    }
     return static_cast<double>(bytes) / seconds(duration);
 }
 

@@ -62,8 +62,8 @@ struct RecordingStatistics {
     [[nodiscard]] std::uint64_t timing_packets() const;
     /// Frames a second up to the last frame's begin; nothing when no time passes.
     [[nodiscard]] std::optional<double> rate() const;
-    /// Bytes a second of playing time.
-    [[nodiscard]] double byte_rate() const;
+    /// Bytes a second of playing time; nothing when no time passes.
+    [[nodiscard]] std::optional<double> byte_rate() const;
 };
 
 /// Reads a recording, with progress on the terminal. Throws cli::Failure.

@@ -135,6 +135,16 @@ TEST_F(RecordingInfoTest, WhatAnIncompleteLastBlockRepeatsIsCounted) {
     EXPECT_THAT(text(recording), Not(HasSubstr("repeated"))) << "padded";
 }
 
+TEST_F(RecordingInfoTest, WithoutAnArtDmxNoTimePassesAndThereIsNoRate) {
+    const Recording timing = Recording{}.frame_delay(1s).frame_delay(1s);
+    const Json info = json(timing);
+    EXPECT_EQ(info["duration_ns"], 0);
+    EXPECT_EQ(info["frames"], 0);
+    EXPECT_EQ(info["bytes_per_second"], nullptr);
+    EXPECT_THAT(text(timing), HasSubstr("  size        512 bytes\n"));
+    EXPECT_THAT(text(timing), HasSubstr("  frames      0, - a second\n"));
+}
+
 TEST_F(RecordingInfoTest, AnEmptyRangeOfIntervalsHasNoPercentiles) {
     Intervals intervals;
     EXPECT_EQ(intervals.percentile(0.5), 0ns);

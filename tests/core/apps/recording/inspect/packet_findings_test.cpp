@@ -156,6 +156,16 @@ TEST_F(PacketFindingsTest, AFileWithoutAPacketIsNoRecording) {
                 ElementsAre("error no-packets @0 frame 0", "error hidden-identifier @1 frame 0"));
 }
 
+TEST_F(PacketFindingsTest, WithoutAnArtDmxNothingIsSent) {
+    EXPECT_THAT(findings(Recording{}.header(0x5200)),
+                ElementsAre("warning unknown-packet @0 frame 0", "error no-dmx @0 frame 0"));
+    // Nor is there a frame to name where its last block is not full.
+    const auto result = report(Recording{}.frame_delay(30ms).fill_to(kBlock + 20));
+    EXPECT_TRUE(result.loads);
+    EXPECT_THAT(lines(result), ElementsAre("warning timing-ignored @0 frame 0", "error no-dmx @0 frame 0",
+                                           "note not-padded @" + std::to_string(kBlock + 20) + " frame 0"));
+}
+
 TEST_F(PacketFindingsTest, WhatCannotBeReadIsAFindingAndNeverWaits) {
     const auto reason = [&](const std::string& name) {
         const auto result = inspect::inspect_recording(path(name), {});
