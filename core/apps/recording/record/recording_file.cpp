@@ -58,22 +58,37 @@ RecordingFile::RecordingFile(std::string path, bool replace) : path_(std::move(p
         path_ = error ? path_ : target.string();
         permissions = there.st_mode & kAllPermissions;
     }
-    temporary_ = path_ + ".part-XXXXXX";
-    file_ = posix::FileDescriptor(mkostemp(temporary_.data(), O_CLOEXEC));
-    if (!file_) {
-        const int error = errno;
-        temporary_.clear();
-        fail(error);
+    if (!open_unnamed()) {
+        open_temporary();
     }
     if (fchmod(file_.get(), permissions) != 0) {
-        fail(errno);
+        fail(errno, true);
     }
 }
 
-RecordingFile::~RecordingFile() {
-    if (!temporary_.empty()) {
-        unlink(temporary_.c_str());
+RecordingFile::TemporaryName::~TemporaryName() {
+    if (!text.empty()) {
+        unlink(text.c_str());
     }
+}
+
+bool RecordingFile::open_unnamed() {
+    // The name is given through /proc; without it there is none to be had.
+    if (access("/proc/self/fd", X_OK) != 0) {
+        return false;
+    }
+    file_ = posix::FileDescriptor(
+        open(directory_of(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    return static_cast<bool>(file_);
+}
+
+void RecordingFile::open_temporary() {
+    std::string name = path_ + ".part-XXXXXX";
+    file_ = posix::FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
+    if (!file_) {
+        fail(errno, true);
+    }
+    temporary_.text = name;
 }
 
 void RecordingFile::append(std::span<const std::uint8_t> frame) {
@@ -82,10 +97,9 @@ void RecordingFile::append(std::span<const std::uint8_t> frame) {
     std::copy(frame.begin(), frame.end(), bytes.begin());
     if (!write_at(bytes, end_)) {
         const int error = errno;
-        take_back();
-        fail(error);
+        fail(error, take_back());
     }
-    if (!temporary_.empty()) {
+    if (!named_) {
         take_name();
     }
     end_ = end;
@@ -93,7 +107,7 @@ void RecordingFile::append(std::span<const std::uint8_t> frame) {
 
 void RecordingFile::sync() {
     if (fdatasync(file_.get()) != 0) {
-        fail(errno);
+        fail(errno, false);
     }
 }
 
@@ -117,47 +131,74 @@ bool RecordingFile::write_at(std::span<const std::uint8_t> bytes, std::uint64_t 
     return true;
 }
 
-void RecordingFile::take_back() const noexcept {
+bool RecordingFile::take_back() const noexcept {
     // What was padding before lies within a block that the file has, so zeros find room on a full disk, too.
     const std::vector<std::uint8_t> zeros(recording_padding(end_));
     const std::uint64_t size = write_at(zeros, end_) ? end_ + zeros.size() : end_;
-    if (ftruncate(file_.get(), static_cast<off_t>(size)) != 0) {
-        // Nothing is left to try; the parser passes over what is behind the last whole packet.
-        return;
-    }
-    fdatasync(file_.get());
+    // Where that fails nothing is left to try; the parser passes over what is behind the last whole packet.
+    return ftruncate(file_.get(), static_cast<off_t>(size)) == 0 && fdatasync(file_.get()) == 0;
 }
 
 void RecordingFile::take_name() {
     // A name must not come to the disk before the data.
     sync();
-    int result = 0;
-    if (replace_) {
-        result = rename(temporary_.c_str(), path_.c_str());
-    } else {
-        result = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE);
-        if (result != 0 && (errno == EINVAL || errno == ENOSYS)) {
-            // Some file systems cannot promise it; there, looking first is all that can be done.
-            if (access(path_.c_str(), F_OK) == 0) {
-                refuse_existing();
-            }
-            result = rename(temporary_.c_str(), path_.c_str());
-        }
-    }
-    if (result != 0) {
+    if (!(replace_ ? name_replacing() : name_keeping())) {
         if (errno == EEXIST) {
             refuse_existing();
         }
-        fail(errno);
+        fail(errno, true);
     }
-    temporary_.clear();
+    temporary_.text.clear();
+    named_ = true;
     sync_directory(path_);
 }
 
-void RecordingFile::fail(int error) const {
+bool RecordingFile::name_keeping() const {
+    if (temporary_.text.empty()) {
+        return link_as(path_);
+    }
+    if (renameat2(AT_FDCWD, temporary_.text.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return false;
+    }
+    // Some file systems cannot promise it; there, looking first is all that can be done.
+    if (access(path_.c_str(), F_OK) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return rename(temporary_.text.c_str(), path_.c_str()) == 0;
+}
+
+bool RecordingFile::name_replacing() {
+    if (temporary_.text.empty()) {
+        // A nameless file can be given a free name only, which then replaces the other.
+        std::string name;
+        int number = 0;
+        do {
+            name = path_ + ".part-" + std::to_string(getpid()) + "-" + std::to_string(++number);
+            if (link_as(name)) {
+                temporary_.text = name;
+            } else if (errno != EEXIST) {
+                return false;
+            }
+        } while (temporary_.text.empty());
+    }
+    return rename(temporary_.text.c_str(), path_.c_str()) == 0;
+}
+
+bool RecordingFile::link_as(const std::string& name) const {
+    const std::string self = "/proc/self/fd/" + std::to_string(file_.get());
+    return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+void RecordingFile::fail(int error, bool kept) const {
     std::string text = path_ + ": " + std::generic_category().message(error);
     if (end_ > 0) {
-        text += "; the " + std::to_string(size()) + " bytes recorded until then are whole and play";
+        const std::string bytes = std::to_string(size()) + " bytes recorded until then ";
+        text += kept ? "; the " + bytes + "are whole and play"
+                     : "; how much of the " + bytes + "has come to the disk is not known";
     }
     throw cli::Failure(text);
 }

@@ -13,9 +13,10 @@ namespace recording {
  * Appends frames so that what is on disk plays, whenever the writing ends.
  *
  * With every frame goes padding to a multiple of 512 bytes, which the next frame overwrites: the file never
- * ends within a packet, and its reader never meets a stale tail. The file gets its name with the first frame;
- * before that it has a temporary one beside it, so that neither an empty recording is left behind nor an
- * existing one lost to a capture that gets nothing. An append that fails is taken back.
+ * ends within a packet, and its reader never meets a stale tail. The file gets its name with the first frame,
+ * so that neither an empty recording is left behind nor an existing one lost to a capture that gets nothing;
+ * before that it has none and vanishes with the process, or, where the file system has no nameless files, a
+ * temporary one beside its own. An append that fails is taken back.
  *
  * Failures are cli::Failure that name the file. One thread at a time.
  */
@@ -24,8 +25,6 @@ public:
     /// @param replace  whether a file that is there may be replaced; refused otherwise, here and with the
     /// first frame
     RecordingFile(std::string path, bool replace);
-    /// Removes what has no frame.
-    ~RecordingFile();
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
 
@@ -39,16 +38,37 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
 private:
+    /// A name beside the file's own; goes away with the object.
+    struct TemporaryName {
+        TemporaryName() = default;
+        ~TemporaryName();
+        TemporaryName(const TemporaryName&) = delete;
+        TemporaryName& operator=(const TemporaryName&) = delete;
+
+        /// Empty: none.
+        std::string text;
+    };
+
+    /// Open without a name; false where that cannot be.
+    [[nodiscard]] bool open_unnamed();
+    void open_temporary();
     [[nodiscard]] bool write_at(std::span<const std::uint8_t> bytes, std::uint64_t offset) const noexcept;
-    void take_back() const noexcept;
+    /// Removes what stands behind the last frame; whether the rest is on the disk then.
+    [[nodiscard]] bool take_back() const noexcept;
     void take_name();
-    [[noreturn]] void fail(int error) const;
+    // Both give the file its name; false with errno set when that fails.
+    [[nodiscard]] bool name_keeping() const;
+    [[nodiscard]] bool name_replacing();
+    /// Gives a nameless file a name that is free; false with errno set when that fails.
+    [[nodiscard]] bool link_as(const std::string& name) const;
+    /// @param kept  whether what has been recorded until now is on the disk
+    [[noreturn]] void fail(int error, bool kept) const;
     [[noreturn]] void refuse_existing() const;
 
     std::string path_;
     bool replace_;
-    /// The temporary name; empty once the file has its own.
-    std::string temporary_;
+    TemporaryName temporary_;
+    bool named_ = false;
     posix::FileDescriptor file_;
     /// Where the next frame goes: the end of the last one, without padding.
     std::uint64_t end_ = 0;

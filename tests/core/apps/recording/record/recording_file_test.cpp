@@ -1,9 +1,11 @@
 // The file of a capture: whole at every moment, also when the disk is not.
 #include "recording_file.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -21,12 +23,57 @@
 #include "artnet/artnet_parser.h"
 #include "cli/failure.h"
 #include "frame_writer.h"
+#include "posix/file_descriptor.h"
 #include "support/artnet_sender.h"
 #include "support/child_process.h"
 #include "support/loaded_recording.h"
 #include "support/recording.h"
 
 using namespace std::chrono_literals;
+
+namespace {
+
+/// What the system does not offer for the length of a test.
+bool proc_is_there = true;
+bool permissions_can_be_set = true;
+bool disk_is_well = true;
+
+}  // namespace
+
+// The linker hands these calls of the whole program over: what fails so is not to be had otherwise.
+extern "C" {
+
+int __real_access(const char* path, int mode);
+int __wrap_access(const char* path, int mode);
+int __real_fchmod(int file, mode_t mode);
+int __wrap_fchmod(int file, mode_t mode);
+int __real_fdatasync(int file);
+int __wrap_fdatasync(int file);
+
+int __wrap_access(const char* path, int mode) {
+    if (!proc_is_there && std::string_view(path).starts_with("/proc/")) {
+        errno = ENOENT;
+        return -1;
+    }
+    return __real_access(path, mode);
+}
+
+int __wrap_fchmod(int file, mode_t mode) {
+    if (!permissions_can_be_set) {
+        errno = EPERM;
+        return -1;
+    }
+    return __real_fchmod(file, mode);
+}
+
+int __wrap_fdatasync(int file) {
+    if (!disk_is_well) {
+        errno = EIO;
+        return -1;
+    }
+    return __real_fdatasync(file);
+}
+}
 
 namespace {
 
@@ -65,6 +112,12 @@ std::string failure_of(const std::function<void()>& step) {
 
 class RecordingFileTest : public testing::Test {
 protected:
+    ~RecordingFileTest() override {
+        proc_is_there = true;
+        permissions_can_be_set = true;
+        disk_is_well = true;
+    }
+
     [[nodiscard]] std::string path(const char* name = "out.rec") const {
         return directory_.filePath(QString::fromLatin1(name)).toStdString();
     }
@@ -104,6 +157,52 @@ TEST_F(RecordingFileTest, TheFileIsWholeAndPaddedAfterEveryFrame) {
 TEST_F(RecordingFileTest, WithoutAFrameNothingIsLeftBehind) {
     { const RecordingFile file(path(), false); }
     EXPECT_THAT(names(), ElementsAre());
+}
+
+TEST_F(RecordingFileTest, BeforeTheFirstFrameThereIsNoNameThatAKillCouldLeaveBehind) {
+    const posix::FileDescriptor nameless(
+        open(directory_.path().toStdString().c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (!nameless) {
+        GTEST_SKIP() << "no nameless files here";
+    }
+    const RecordingFile file(path(), false);
+    EXPECT_THAT(names(), ElementsAre());
+}
+
+TEST_F(RecordingFileTest, WithoutNamelessFilesATemporaryOneStandsBesideIt) {
+    proc_is_there = false;
+    { const RecordingFile file(path(), false); }
+    EXPECT_THAT(names(), ElementsAre());
+    RecordingFile file(path(), false);
+    EXPECT_THAT(names(), ElementsAre(testing::StartsWith("out.rec.part-")));
+    file.append(frame(1));
+    EXPECT_THAT(names(), ElementsAre("out.rec"));
+    EXPECT_THAT(played(path()), ElementsAre(1));
+    EXPECT_THAT(failure_of([&] { RecordingFile(path(), false); }), HasSubstr("is there already"));
+    RecordingFile replacing(path(), true);
+    replacing.append(frame(2));
+    EXPECT_THAT(played(path()), ElementsAre(2));
+    EXPECT_THAT(names(), ElementsAre("out.rec"));
+}
+
+TEST_F(RecordingFileTest, AFileThatCannotBeMadeLeavesNothingBehind) {
+    permissions_can_be_set = false;
+    for (const bool nameless : {true, false}) {
+        proc_is_there = nameless;
+        EXPECT_THAT(failure_of([&] { RecordingFile(path(), false); }),
+                    HasSubstr("out.rec: Operation not permitted"));
+        EXPECT_THAT(names(), ElementsAre());
+    }
+}
+
+TEST_F(RecordingFileTest, OfADiskThatFailsNothingIsPromised) {
+    RecordingFile file(path(), false);
+    file.append(frame(1));
+    disk_is_well = false;
+    EXPECT_THAT(
+        failure_of([&] { file.sync(); }),
+        testing::EndsWith("out.rec: Input/output error; how much of the 1024 bytes recorded until then "
+                          "has come to the disk is not known"));
 }
 
 TEST_F(RecordingFileTest, AnExistingFileIsRefusedAndKept) {
