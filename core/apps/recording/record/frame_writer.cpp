@@ -11,8 +11,11 @@
 
 namespace recording {
 
-FrameWriter::FrameWriter(RecordingFile& file, std::chrono::nanoseconds sync_period)
-    : file_(file), sync_period_(sync_period), failed_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+FrameWriter::FrameWriter(RecordingFile& file, std::chrono::nanoseconds sync_period, std::size_t most_behind)
+    : file_(file),
+      sync_period_(sync_period),
+      most_behind_(most_behind),
+      failed_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!failed_) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
@@ -29,13 +32,13 @@ void FrameWriter::push(std::vector<std::uint8_t> frame) {
     if (failure_) {
         return;
     }
-    if (waiting_bytes_ + frame.size() > kMostWaiting) {
+    if (behind_ + frame.size() > most_behind_) {
         report(std::make_exception_ptr(
             cli::Failure(file_.path() + ": the disk does not keep up; " + std::to_string(waiting_.size()) +
                          " frames were waiting for it, and the recording ends before them")));
         return;
     }
-    waiting_bytes_ += frame.size();
+    behind_ += frame.size();
     waiting_.push_back(std::move(frame));
     changed_.notify_one();
 }
@@ -85,10 +88,10 @@ void FrameWriter::write_until_finished() {
             // What has been written is to be kept, also when no more can be.
             last = finishing_ || failure_;
             frames.swap(waiting_);
-            waiting_bytes_ = 0;
         }
-        for (const std::vector<std::uint8_t>& frame : frames) {
-            file_.append(frame);
+        for (; !frames.empty(); frames.pop_front()) {
+            file_.append(frames.front());
+            note_written(frames.front().size());
             unsynced = true;
         }
         if (unsynced && (last || Clock::now() >= next_sync)) {
@@ -102,13 +105,18 @@ void FrameWriter::write_until_finished() {
     }
 }
 
+void FrameWriter::note_written(std::size_t bytes) {
+    const std::scoped_lock guard(mutex_);
+    behind_ -= bytes;
+}
+
 void FrameWriter::report(std::exception_ptr failure) noexcept {
     if (!failure_) {
         failure_ = std::move(failure);
         eventfd_write(failed_.get(), 1);
     }
+    // Nothing is pushed any more, so that behind_ is done with.
     waiting_.clear();
-    waiting_bytes_ = 0;
     changed_.notify_one();
 }
 

@@ -25,11 +25,12 @@ namespace recording {
  */
 class FrameWriter {
 public:
-    /// Frames that may wait, in bytes; a disk that stays behind by more has failed.
-    static constexpr std::size_t kMostWaiting = std::size_t{256} * 1024 * 1024;
+    /// Frames that may wait or be in writing, in bytes; a disk that stays behind by more has failed.
+    static constexpr std::size_t kMostBehind = std::size_t{256} * 1024 * 1024;
 
     /// @param sync_period  shortest time between two times that data are brought to the disk
-    FrameWriter(RecordingFile& file, std::chrono::nanoseconds sync_period);
+    FrameWriter(RecordingFile& file, std::chrono::nanoseconds sync_period,
+                std::size_t most_behind = kMostBehind);
     /// Writes what waits and joins.
     ~FrameWriter();
     FrameWriter(const FrameWriter&) = delete;
@@ -48,17 +49,21 @@ private:
 
     void run() noexcept;
     void write_until_finished();
+    /// Takes a frame that is written off what the disk is behind by. Takes mutex_.
+    void note_written(std::size_t bytes);
     void join();
     void report(std::exception_ptr failure) noexcept;
 
     RecordingFile& file_;
     std::chrono::nanoseconds sync_period_;
+    std::size_t most_behind_;
     posix::FileDescriptor failed_;
     std::mutex mutex_;
     std::condition_variable changed_;
     /// Guarded by `mutex_`, as the three below.
     std::deque<std::vector<std::uint8_t>> waiting_;
-    std::size_t waiting_bytes_ = 0;
+    /// Of the frames that wait and of those that the thread has taken and not yet written.
+    std::size_t behind_ = 0;
     bool finishing_ = false;
     std::exception_ptr failure_;
     std::thread thread_;

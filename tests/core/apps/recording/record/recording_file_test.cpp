@@ -296,6 +296,29 @@ TEST_F(RecordingFileTest, AFullDiskEndsTheWritingWithItsReasonAndWhatIsThereIsWh
     EXPECT_THAT(report.text, HasSubstr("bytes recorded until then are whole and play whole all padded"));
 }
 
+TEST_F(RecordingFileTest, ADiskThatStaysBehindHasFailedAndOneThatKeepsUpHasNot) {
+    RecordingFile file(path(), false);
+    const std::vector<std::uint8_t> bytes = frame(1);
+    FrameWriter writer(file, 0s, 2 * bytes.size());
+    pollfd failed{writer.failure_descriptor(), POLLIN, 0};
+    // Each is written before the next one comes, however many there are.
+    for (std::uint64_t number = 1; number <= 10; ++number) {
+        writer.push(bytes);
+        const auto size = number * bytes.size();
+        ASSERT_TRUE(eventually([&] {
+            std::error_code none;
+            const std::uintmax_t found = std::filesystem::file_size(path(), none);
+            return !none && found >= size;
+        }));
+    }
+    // What is on the disk is taken off a moment later; two frames always find room.
+    ASSERT_EQ(poll(&failed, 1, 0), 0);
+    writer.push(std::vector<std::uint8_t>(2 * bytes.size() + 1));
+    EXPECT_EQ(poll(&failed, 1, 0), 1);
+    EXPECT_THAT(failure_of([&] { writer.finish(); }), HasSubstr("the disk does not keep up"));
+    EXPECT_THAT(played(path()), testing::Each(1));
+}
+
 TEST_F(RecordingFileTest, TheWriterWritesEverythingBeforeItEnds) {
     RecordingFile file(path(), false);
     std::vector<int> expected;
