@@ -15,6 +15,11 @@ StopSignals::StopSignals() {
     sigemptyset(&handled);
     sigaddset(&handled, SIGINT);
     sigaddset(&handled, SIGTERM);
+    // A blocked signal would come although it is ignored.
+    struct sigaction hangup {};
+    if (sigaction(SIGHUP, nullptr, &hangup) != 0 || hangup.sa_handler != SIG_IGN) {
+        sigaddset(&handled, SIGHUP);
+    }
     sigset_t blocked = handled;
     sigaddset(&blocked, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);

@@ -9,7 +9,10 @@
 namespace posix {
 
 /**
- * Blocks SIGINT and SIGTERM, and SIGPIPE, so that a reader that goes away is an error of a write.
+ * Blocks SIGINT, SIGTERM and SIGHUP, and SIGPIPE, so that a reader that goes away is an error of a write.
+ *
+ * SIGHUP, by which a terminal or a connection ends that is closed, stays ignored where whoever started the
+ * program has it ignored, as nohup does.
  *
  * Make one in main(), before any thread, which inherits the mask. The mask stays as it is afterwards: a
  * program that has begun to end is not to be cut off by a second Ctrl-C before its files are whole.

@@ -41,7 +41,7 @@ Exit status:
   2    the command line is wrong
   3    the bus or the service is not there
   4    no answer in time, or the playlist has not ended in time
-  130  ended by Ctrl-C while waiting (143: by SIGTERM)
+  130  ended by Ctrl-C while waiting (143: by SIGTERM, 129: by SIGHUP)
 )";
 
 constexpr double kLongestWait = 2'000'000;

@@ -30,17 +30,28 @@ bool is_readable(int descriptor) {
 
 }  // namespace
 
-TEST(StopSignalsTest, BothSignalsThatEndAProgramAreTakenOnceAndDoNotEndIt) {
+TEST(StopSignalsTest, TheSignalsThatEndAProgramAreTakenOnceAndDoNotEndIt) {
     posix::StopSignals signals;
     EXPECT_EQ(signals.take(), std::nullopt);
     EXPECT_EQ(signals.wait_for(0ms), std::nullopt);
-    for (const int number : {SIGTERM, SIGINT}) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         EXPECT_FALSE(is_readable(signals.descriptor()));
         std::raise(number);
         EXPECT_TRUE(is_readable(signals.descriptor()));
         EXPECT_EQ(signals.wait_for(60s), number);
         EXPECT_EQ(signals.take(), std::nullopt);
     }
+}
+
+TEST(StopSignalsTest, AHangupThatIsIgnoredStaysIgnored) {
+    std::signal(SIGHUP, SIG_IGN);
+    posix::StopSignals signals;
+    std::raise(SIGHUP);
+    EXPECT_EQ(signals.take(), std::nullopt);
+    std::signal(SIGHUP, SIG_DFL);
+    // It has taken nothing from the others.
+    std::raise(SIGTERM);
+    EXPECT_EQ(signals.take(), SIGTERM);
 }
 
 TEST(StopSignalsTest, AReaderThatGoesAwayIsAnErrorOfTheWrite) {

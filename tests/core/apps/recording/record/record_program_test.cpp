@@ -149,6 +149,18 @@ TEST_F(RecordProgramTest, TwoSendersOfOneUniverseAreToldWhileItRuns) {
     EXPECT_THAT(program.output(), HasSubstr("warning: universe 4 has two senders"));
 }
 
+TEST_F(RecordProgramTest, AClosedTerminalEndsItLikeCtrlC) {
+    ChildProgram program(command({"--port", "0", "--frame-gap", "1h", path()}));
+    const std::uint16_t port = port_of(program);
+    ASSERT_NE(port, 0) << program.error_output();
+    const ArtNetSender sender;
+    sender.send(port, tests::dmx_packet(1, {1}));
+    program.signal(SIGHUP);
+    EXPECT_EQ(program.wait_exit(), 0) << program.error_output();
+    EXPECT_THAT(program.output(), HasSubstr("out.rec: 1 frame of 1 universe"));
+    EXPECT_EQ(tests::load_recording(path()).size(), 1U);
+}
+
 TEST_F(RecordProgramTest, AKilledCaptureHasLostNoFrameButTheLast) {
     ChildProgram program(command({"--port", "0", "--frame-gap", "1h", path()}));
     const std::uint16_t port = port_of(program);
