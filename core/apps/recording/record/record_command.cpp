@@ -35,7 +35,7 @@ Examples:
   cuewright-recording record --until-idle 5s --json show.rec
       until nothing has come for five seconds, with a summary for programs
   cuewright-recording record --packet-socket lo --wrapped show.rec
-      what the service hands to its forwarder
+      what the service hands to its forwarder; of a universe with several destinations, the copy for one
 )";
 
 struct RecordOptions {
@@ -54,6 +54,7 @@ RecordPlan plan_of(const RecordOptions& options) {
     RecordPlan plan;
     plan.payload = options.source.payload();
     plan.sender = options.source.filter();
+    plan.one_destination = options.source.wrapped && options.source.sender.empty();
     if (options.universes.empty()) {
         plan.universes.set();
     } else {
@@ -83,7 +84,8 @@ int record(const RecordOptions& options) {
         plan, *source, writer, signals,
         [&](const capture::SenderConflict& conflict) {
             progress.clear();
-            std::fprintf(stderr, "%s: %s; --source picks one\n", kProgram, conflict_text(conflict).c_str());
+            std::fprintf(stderr, "%s: %s; --source picks one\n", kProgram,
+                         conflict_text(conflict, plan.payload).c_str());
         },
         [&](std::uint64_t frames) { progress.update(frames); });
     recorder.run();
@@ -93,8 +95,9 @@ int record(const RecordOptions& options) {
         throw cli::Failure(options.out + ": not written, since no ArtDmx that was asked for came to " +
                            source->place());
     }
-    const RecordSummary summary{options.out, file.size(), recorder.duration(), source->kernel_drops(),
-                                recorder.statistics()};
+    const RecordSummary summary{options.out,           file.size(),
+                                recorder.duration(),   source->kernel_drops(),
+                                recorder.statistics(), plan.payload};
     std::fputs((options.json ? summary_json(summary) : summary_text(summary)).c_str(), stdout);
     return cli::kExitGood;
 }

@@ -18,22 +18,25 @@ std::string counted(std::uint64_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-Json universe_json(const UniverseFigures& figures) {
+/// What the peers of packets are.
+const char* peers_name(capture::Payload payload) {
+    return payload == capture::Payload::Wrapped ? "destinations" : "senders";
+}
+
+Json universe_json(const UniverseFigures& figures, capture::Payload payload) {
     Json senders = Json::array();
     for (const capture::Endpoint& sender : figures.senders) {
         senders.push_back(capture::endpoint_text(sender));
     }
-    return {{"universe", figures.universe},
-            {"frames", figures.packets},
-            {"fps", figures.fps},
-            {"lost", figures.lost},
-            {"late", figures.late},
-            {"repeated", figures.repeated},
-            {"senders", senders}};
+    return {{"universe", figures.universe}, {"frames", figures.packets}, {"fps", figures.fps},
+            {"lost", figures.lost},         {"late", figures.late},      {"repeated", figures.repeated},
+            {peers_name(payload), senders}};
 }
 
-void append_universes(std::ostream& out, const std::vector<UniverseFigures>& universes) {
-    out << "universe    frames      fps     lost     late repeated  senders\n" << std::fixed;
+void append_universes(std::ostream& out, const std::vector<UniverseFigures>& universes,
+                      capture::Payload payload) {
+    out << "universe    frames      fps     lost     late repeated  " << peers_name(payload) << '\n'
+        << std::fixed;
     for (const UniverseFigures& figures : universes) {
         out << std::setw(8) << figures.universe << std::setw(10) << figures.packets << std::setw(9)
             << std::setprecision(2) << figures.fps << std::setw(9) << figures.lost << std::setw(9)
@@ -47,8 +50,8 @@ void append_universes(std::ostream& out, const std::vector<UniverseFigures>& uni
 
 }  // namespace
 
-std::string conflict_text(const capture::SenderConflict& conflict) {
-    return "universe " + std::to_string(conflict.universe) + " has two senders, " +
+std::string conflict_text(const capture::SenderConflict& conflict, capture::Payload payload) {
+    return "universe " + std::to_string(conflict.universe) + " has two " + peers_name(payload) + ", " +
            capture::endpoint_text(conflict.first) + " and " + capture::endpoint_text(conflict.second);
 }
 
@@ -62,7 +65,7 @@ std::string summary_text(const RecordSummary& summary) {
         << counted(summary.bytes, "byte") << '\n'
         << "the last frame stands " << kLastFrameTime.count()
         << " ms, counted in: playback gives it that, since nothing follows that could tell\n";
-    append_universes(out, universes);
+    append_universes(out, universes, summary.payload);
     out << "frames ended by ArtSync " << statistics.frames_ended_by(FrameEnd::Sync) << ", by repetition "
         << statistics.frames_ended_by(FrameEnd::Repetition) << ", by a gap "
         << statistics.frames_ended_by(FrameEnd::Gap) << '\n'
@@ -70,7 +73,7 @@ std::string summary_text(const RecordSummary& summary) {
         << rest.malformed << ", no Art-Net " << rest.not_artnet << "; dropped by the kernel "
         << summary.kernel_drops << '\n';
     for (const capture::SenderConflict& conflict : statistics.conflicts()) {
-        out << "warning: " << conflict_text(conflict) << '\n';
+        out << "warning: " << conflict_text(conflict, summary.payload) << '\n';
     }
     return out.str();
 }
@@ -80,13 +83,14 @@ std::string summary_json(const RecordSummary& summary) {
     const NotRecorded& rest = statistics.not_recorded();
     Json universes = Json::array();
     for (const UniverseFigures& figures : statistics.universes()) {
-        universes.push_back(universe_json(figures));
+        universes.push_back(universe_json(figures, summary.payload));
     }
     Json conflicts = Json::array();
     for (const capture::SenderConflict& conflict : statistics.conflicts()) {
         conflicts.push_back(
             {{"universe", conflict.universe},
-             {"senders", {capture::endpoint_text(conflict.first), capture::endpoint_text(conflict.second)}}});
+             {peers_name(summary.payload),
+              {capture::endpoint_text(conflict.first), capture::endpoint_text(conflict.second)}}});
     }
     const Json object{
         {"type", "recording"},

@@ -17,13 +17,15 @@ struct RecordSummary {
     std::uint64_t kernel_drops = 0;
     /// Borrowed.
     const RecordStatistics& statistics;
+    /// Says whether its senders are senders, or destinations.
+    capture::Payload payload = capture::Payload::Plain;
 };
 
 [[nodiscard]] std::string summary_text(const RecordSummary& summary);
 /// One object in one line.
 [[nodiscard]] std::string summary_json(const RecordSummary& summary);
 
-/// "universe 3 has two senders, 10.0.0.1:6454 and 10.0.0.2:6454"
-[[nodiscard]] std::string conflict_text(const capture::SenderConflict& conflict);
+/// "universe 3 has two senders, 10.0.0.1:6454 and 10.0.0.2:6454"; of wrapped datagrams "two destinations".
+[[nodiscard]] std::string conflict_text(const capture::SenderConflict& conflict, capture::Payload payload);
 
 }  // namespace recording

@@ -57,6 +57,10 @@ void Recorder::take(const capture::Datagram& datagram) {
         statistics_.add_filtered();
         return;
     }
+    if (plan_.one_destination && !destinations_.chooses(arrival.dmx.universe, arrival.peer, arrival.time)) {
+        statistics_.add_filtered();
+        return;
+    }
     reader_.note_wanted(datagram);
     if (const auto conflict = statistics_.add_recorded(arrival)) {
         on_conflict_(*conflict);

@@ -11,6 +11,7 @@
 #include "capture/endpoint.h"
 #include "capture/limited_reader.h"
 #include "capture/source.h"
+#include "destination_choice.h"
 #include "frame_encoder.h"
 #include "frame_grouper.h"
 #include "frame_writer.h"
@@ -23,6 +24,8 @@ namespace recording {
 struct RecordPlan {
     capture::Payload payload = capture::Payload::Plain;
     capture::EndpointFilter sender;
+    /// Of wrapped datagrams for several destinations of a universe, whether only one's are recorded.
+    bool one_destination = false;
     /// Universes to record.
     std::bitset<65536> universes;
     std::chrono::nanoseconds frame_gap{0};
@@ -61,6 +64,7 @@ private:
     posix::StopSignals& signals_;
     std::function<void(const capture::SenderConflict&)> on_conflict_;
     std::function<void(std::uint64_t)> on_frames_;
+    DestinationChoice destinations_;
     FrameGrouper grouper_;
     FrameEncoder encoder_;
     RecordStatistics statistics_;

@@ -1,7 +1,9 @@
 // The whole program: what a sender sends is what the file plays.
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "artnet/artnet_parser.h"
+#include "artnet/forwarding_datagram.h"
 #include "support/artnet_sender.h"
 #include "support/child_process.h"
 #include "support/child_program.h"
@@ -127,6 +130,42 @@ TEST_F(RecordProgramTest, FiltersLeaveOutOtherUniversesAndSendersAndIdlenessEnds
     EXPECT_THAT(universes, ElementsAre(1, 2, 5));
     EXPECT_THAT(program.output(), HasSubstr("of 3 universes"));
     EXPECT_THAT(program.output(), HasSubstr("filtered 11, "));
+}
+
+TEST_F(RecordProgramTest, OfAUniverseForSeveralDestinationsOneCopyIsRecorded) {
+    const auto record = [&](const std::vector<std::string>& options) {
+        std::vector<std::string> arguments{"--port", "0", "--wrapped", "--json", "--force", path()};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        ChildProgram program(command(arguments));
+        const std::uint16_t port = port_of(program);
+        EXPECT_NE(port, 0) << program.error_output();
+        const ArtNetSender sender;
+        for (std::uint8_t frame = 1; frame <= 5; ++frame) {
+            for (const char* const destination : {"10.0.0.1", "10.0.0.2"}) {
+                std::vector<std::uint8_t> datagram(artnet::kForwardingDatagramSize);
+                artnet::write_forwarding_header(std::span(datagram).first<artnet::kForwardingHeaderSize>(), 0,
+                                                destination, 6454);
+                const std::vector<std::uint8_t> packet = tests::dmx_packet(4, {frame}, frame);
+                std::ranges::copy(packet, datagram.begin() + artnet::kForwardingHeaderSize);
+                sender.send(port, datagram);
+            }
+        }
+        program.signal(SIGINT);
+        EXPECT_EQ(program.wait_exit(), 0) << program.error_output();
+        EXPECT_THAT(program.error_output(), testing::Not(HasSubstr("two ")));
+        return nlohmann::json::parse(program.output());
+    };
+    const auto first = record({});
+    EXPECT_EQ(first["frames"], 5);
+    EXPECT_EQ(first["universes"][0]["frames"], 5);
+    EXPECT_EQ(first["universes"][0]["repeated"], 0);
+    EXPECT_EQ(first["universes"][0]["destinations"], nlohmann::json::array({"10.0.0.1:6454"}));
+    EXPECT_TRUE(first["conflicts"].empty());
+    EXPECT_EQ(first["not_recorded"]["filtered"], 5);
+    EXPECT_EQ(tests::load_recording(path()).size(), 5U);
+    const auto second = record({"--source", "10.0.0.2"});
+    EXPECT_EQ(second["universes"][0]["destinations"], nlohmann::json::array({"10.0.0.2:6454"}));
+    EXPECT_EQ(second["not_recorded"]["filtered"], 5);
 }
 
 TEST_F(RecordProgramTest, TwoSendersOfOneUniverseAreToldWhileItRuns) {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "destination_choice.h"
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -68,6 +70,32 @@ TEST(RecordSummaryTest, JsonSaysTheSame) {
     EXPECT_EQ(json["universes"][0]["lost"], 1);
     EXPECT_EQ(json["conflicts"][0]["senders"][1], "10.0.0.2:6454");
     EXPECT_EQ(json["not_recorded"]["malformed"], 1);
+}
+
+TEST(RecordSummaryTest, OfWrappedDatagramsItSaysDestinations) {
+    const RecordStatistics statistics = busy();
+    const recording::RecordSummary summary{"show.rec", 1024,       1030ms,
+                                           5,          statistics, capture::Payload::Wrapped};
+    const std::string text = recording::summary_text(summary);
+    EXPECT_THAT(text, HasSubstr(" repeated  destinations\n"));
+    EXPECT_THAT(text, HasSubstr("warning: universe 3 has two destinations, 10.0.0.1:6454 and"));
+    const auto json = nlohmann::json::parse(recording::summary_json(summary));
+    EXPECT_EQ(json["universes"][0]["destinations"][0], "10.0.0.1:6454");
+    EXPECT_EQ(json["conflicts"][0]["destinations"][1], "10.0.0.2:6454");
+}
+
+TEST(DestinationChoiceTest, TheFirstOfAUniverseIsRecordedUntilItFallsSilent) {
+    const capture::Endpoint one{0x0A000001, 6454};
+    const capture::Endpoint two{0x0A000002, 6454};
+    recording::DestinationChoice choice;
+    EXPECT_TRUE(choice.chooses(3, two, 0ms));
+    EXPECT_FALSE(choice.chooses(3, one, 1ms));
+    EXPECT_TRUE(choice.chooses(4, one, 1ms)) << "each universe for itself";
+    EXPECT_FALSE(choice.chooses(4, two, 2ms));
+    EXPECT_TRUE(choice.chooses(3, two, 1s));
+    EXPECT_FALSE(choice.chooses(3, one, 3s));
+    EXPECT_TRUE(choice.chooses(3, one, 3s + 1ns));
+    EXPECT_FALSE(choice.chooses(3, two, 3s + 2ns));
 }
 
 }  // namespace
