@@ -6,12 +6,14 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -122,6 +124,18 @@ inline bool run_ip(const std::string& arguments) {
 inline void ip(const std::string& arguments) {
     if (!run_ip(arguments)) {
         throw Unavailable("this machine cannot do: ip " + arguments);
+    }
+}
+
+/// Takes capabilities (CAP_...) from what the child starts, where it is root; others have none.
+inline void give_up(std::initializer_list<int> capabilities) {
+    if (geteuid() != 0) {
+        return;
+    }
+    for (const int capability : capabilities) {
+        if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+            throw Unavailable(std::string("cannot give up a capability: ") + std::strerror(errno));
+        }
     }
 }
 

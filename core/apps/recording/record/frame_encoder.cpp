@@ -18,28 +18,28 @@ constexpr std::chrono::milliseconds kLongest{std::numeric_limits<std::uint32_t>:
 
 }  // namespace
 
-std::vector<std::uint8_t> FrameEncoder::encode(Frame frame) {
-    std::vector<std::uint8_t> bytes = std::move(frame.packets);
+EncodedFrame FrameEncoder::encode(Frame frame) {
+    EncodedFrame encoded{std::move(frame.packets), begin_};
     if (frame.delay) {
-        append_timing(bytes, *frame.delay);
+        append_timing(encoded.bytes, *frame.delay);
     } else {
         carried_ = 0ns;
-        append_timing(bytes, kLastFrameTime);
+        append_timing(encoded.bytes, kLastFrameTime);
     }
-    return bytes;
+    return encoded;
 }
 
 void FrameEncoder::append_timing(std::vector<std::uint8_t>& bytes, std::chrono::nanoseconds delay) {
     if (timing_ == FrameTiming::Nanoseconds) {
         append_artoemvfpsns(bytes, static_cast<std::uint64_t>(delay.count()));
-        duration_ += delay;
+        begin_ += delay;
         return;
     }
     const std::chrono::nanoseconds due = delay + carried_;
     const auto rounded = std::clamp(std::chrono::round<std::chrono::milliseconds>(due), 0ms, kLongest);
     carried_ = due - rounded;
     append_artoemvfps(bytes, static_cast<std::uint32_t>(rounded.count()));
-    duration_ += rounded;
+    begin_ += rounded;
 }
 
 }  // namespace recording

@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 
+#include "artnet/recording_timing.h"
 #include "cli/failure.h"
 
 namespace recording {
@@ -27,18 +28,18 @@ FrameWriter::~FrameWriter() {
     join();
 }
 
-void FrameWriter::push(std::vector<std::uint8_t> frame) {
+void FrameWriter::push(EncodedFrame frame) {
     const std::scoped_lock guard(mutex_);
     if (failure_) {
         return;
     }
-    if (behind_ + frame.size() > most_behind_) {
+    if (behind_ + frame.bytes.size() > most_behind_) {
         report(std::make_exception_ptr(
             cli::Failure(file_.path() + ": the disk does not keep up; " + std::to_string(waiting_.size()) +
                          " frames were waiting for it, and the recording ends before them")));
         return;
     }
-    behind_ += frame.size();
+    behind_ += frame.bytes.size();
     waiting_.push_back(std::move(frame));
     changed_.notify_one();
 }
@@ -75,7 +76,7 @@ void FrameWriter::write_until_finished() {
     Clock::time_point next_sync = Clock::now();
     bool unsynced = false;
     while (true) {
-        std::deque<std::vector<std::uint8_t>> frames;
+        std::deque<EncodedFrame> frames;
         bool last = false;
         {
             std::unique_lock guard(mutex_);
@@ -90,8 +91,12 @@ void FrameWriter::write_until_finished() {
             frames.swap(waiting_);
         }
         for (; !frames.empty(); frames.pop_front()) {
-            file_.append(frames.front());
-            note_written(frames.front().size());
+            const EncodedFrame& frame = frames.front();
+            file_.append(frame.bytes);
+            ++written_.frames;
+            // Whatever its timing packet says: as long as nothing follows, it is the last.
+            written_.duration = frame.begin + kLastFrameTime;
+            note_written(frame.bytes.size());
             unsynced = true;
         }
         if (unsynced && (last || Clock::now() >= next_sync)) {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "frame_encoder.h"
 #include "posix/file_descriptor.h"
 #include "recording_file.h"
 
@@ -37,9 +38,18 @@ public:
     FrameWriter& operator=(const FrameWriter&) = delete;
 
     /// Hands over a frame. Main thread. Takes mutex_.
-    void push(std::vector<std::uint8_t> frame);
+    void push(EncodedFrame frame);
     /// Writes what waits, joins the thread and throws what went wrong, at any time. Main thread.
     void finish();
+
+    /// Frames in the file.
+    struct Written {
+        std::uint64_t frames = 0;
+        /// What the loader makes of them.
+        std::chrono::nanoseconds duration{0};
+    };
+    /// Once finish() has returned or thrown. Main thread.
+    [[nodiscard]] const Written& written() const noexcept { return written_; }
 
     /// Readable once something has gone wrong; nothing is written from then on.
     [[nodiscard]] int failure_descriptor() const noexcept { return failed_.get(); }
@@ -61,11 +71,13 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     /// Guarded by `mutex_`, as the three below.
-    std::deque<std::vector<std::uint8_t>> waiting_;
+    std::deque<EncodedFrame> waiting_;
     /// Of the frames that wait and of those that the thread has taken and not yet written.
     std::size_t behind_ = 0;
     bool finishing_ = false;
     std::exception_ptr failure_;
+    /// The thread's alone until it is joined.
+    Written written_;
     std::thread thread_;
 };
 

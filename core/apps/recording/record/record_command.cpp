@@ -1,6 +1,7 @@
 #include "record_command.h"
 
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -88,17 +89,34 @@ int record(const RecordOptions& options) {
                          conflict_text(conflict, plan.payload).c_str());
         },
         [&](std::uint64_t frames) { progress.update(frames); });
-    recorder.run();
+    std::string failure;
+    // Whatever goes wrong, what came before it is written, and told of.
+    const auto attempt = [&failure](const auto& step) {
+        try {
+            step();
+        } catch (const std::exception& error) {
+            failure = failure.empty() ? error.what() : failure;
+        }
+    };
+    attempt([&] { recorder.run(); });
     progress.clear();
-    writer.finish();
-    if (recorder.statistics().frames() == 0) {
-        throw cli::Failure(options.out + ": not written, since no ArtDmx that was asked for came to " +
-                           source->place());
-    }
-    const RecordSummary summary{options.out,           file.size(),
-                                recorder.duration(),   source->kernel_drops(),
-                                recorder.statistics(), plan.payload};
+    attempt([&] { recorder.finish(); });
+    attempt([&] { writer.finish(); });
+    const RecordSummary summary{options.out,
+                                file.size(),
+                                writer.written().frames,
+                                writer.written().duration,
+                                source->kernel_drops(),
+                                recorder.statistics(),
+                                plan.payload};
     std::fputs((options.json ? summary_json(summary) : summary_text(summary)).c_str(), stdout);
+    if (failure.empty() && recorder.statistics().frames() == 0) {
+        failure =
+            options.out + ": not written, since no ArtDmx that was asked for came to " + source->place();
+    }
+    if (!failure.empty()) {
+        throw cli::Failure(failure);
+    }
     return cli::kExitGood;
 }
 

@@ -60,11 +60,17 @@ std::string summary_text(const RecordSummary& summary) {
     const std::vector<UniverseFigures> universes = statistics.universes();
     const NotRecorded& rest = statistics.not_recorded();
     std::ostringstream out;
-    out << summary.path << ": " << counted(statistics.frames(), "frame") << " of "
+    out << summary.path << ": " << counted(summary.frames, "frame") << " of "
         << counted(universes.size(), "universe") << ", " << cli::time_text(summary.duration) << ", "
-        << counted(summary.bytes, "byte") << '\n'
-        << "the last frame stands " << kLastFrameTime.count()
-        << " ms, counted in: playback gives it that, since nothing follows that could tell\n";
+        << counted(summary.bytes, "byte") << '\n';
+    if (summary.frames != 0) {
+        out << "the last frame stands " << kLastFrameTime.count()
+            << " ms, counted in: playback gives it that, since nothing follows that could tell\n";
+    }
+    if (statistics.frames() > summary.frames) {
+        out << "captured, but not in the file: " << counted(statistics.frames() - summary.frames, "frame")
+            << '\n';
+    }
     append_universes(out, universes, summary.payload);
     out << "frames ended by ArtSync " << statistics.frames_ended_by(FrameEnd::Sync) << ", by repetition "
         << statistics.frames_ended_by(FrameEnd::Repetition) << ", by a gap "
@@ -96,7 +102,8 @@ std::string summary_json(const RecordSummary& summary) {
         {"type", "recording"},
         {"file", summary.path},
         {"bytes", summary.bytes},
-        {"frames", statistics.frames()},
+        {"frames", summary.frames},
+        {"frames_not_written", statistics.frames() - summary.frames},
         {"duration_ns", summary.duration.count()},
         {"last_frame_ns", std::chrono::nanoseconds(kLastFrameTime).count()},
         {"frame_ends",

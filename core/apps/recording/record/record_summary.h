@@ -11,8 +11,10 @@ namespace recording {
 
 struct RecordSummary {
     std::string path;
+    /// In the file, as the two below.
     std::uint64_t bytes = 0;
-    /// What the loader makes of the file, the last frame's 30 ms included.
+    std::uint64_t frames = 0;
+    /// What the loader makes of it, the last frame's 30 ms included.
     std::chrono::nanoseconds duration{0};
     std::uint64_t kernel_drops = 0;
     /// Borrowed.

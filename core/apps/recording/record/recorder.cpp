@@ -40,6 +40,9 @@ void Recorder::run() {
         on_frames_(statistics_.frames());
     }
     reader_.read_rest();
+}
+
+void Recorder::finish() {
     write(grouper_.finish());
 }
 

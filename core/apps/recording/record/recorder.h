@@ -48,11 +48,12 @@ public:
              std::function<void(std::uint64_t)> on_frames);
 
     /// Captures until a signal, a limit or a failure of the writer; then takes in what had arrived before.
+    /// Throws capture::SourceError.
     void run();
+    /// Hands the last frame to the writer, however run() has ended. Once, at the end.
+    void finish();
 
     [[nodiscard]] const RecordStatistics& statistics() const noexcept { return statistics_; }
-    /// What the loader makes of the frames.
-    [[nodiscard]] std::chrono::nanoseconds duration() const noexcept { return encoder_.duration(); }
 
 private:
     void take(const capture::Datagram& datagram);

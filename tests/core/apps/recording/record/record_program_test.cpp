@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <linux/capability.h>
 #include <sys/mount.h>
 
 #include <QTemporaryDir>
@@ -228,6 +229,7 @@ TEST_F(RecordProgramTest, WithoutPacketsThereIsNoFileAndAReason) {
     ChildProgram program(command({"--port", "0", "--duration", "10ms", path()}));
     EXPECT_EQ(program.wait_exit(), 1);
     EXPECT_THAT(program.error_output(), HasSubstr("out.rec: not written, since no ArtDmx"));
+    EXPECT_THAT(program.output(), HasSubstr("not recorded: filtered 0, other Art-Net 0, "));
     EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
@@ -264,12 +266,77 @@ TEST_F(RecordProgramTest, AFullDiskEndsItWithAReasonAndTheRestPlays) {
         parser.on_artdmx = [&](ArtDmx&) { ++packets; };
         std::error_code error;
         parser.parse(path().c_str(), error);
+        const std::string frames = "out.rec: " + std::to_string(packets) + " frames of 1 universe";
         return std::to_string(status.value_or(-1)) + (packets > 100 && !error ? " plays " : " broken ") +
+               (program.output().find(frames) != std::string::npos ? "told " : program.output()) +
                program.error_output();
     });
     SKIP_IF_UNAVAILABLE(report);
-    EXPECT_THAT(report.text, HasSubstr("1 plays "));
+    EXPECT_THAT(report.text, HasSubstr("1 plays told "));
     EXPECT_THAT(report.text, HasSubstr("out.rec: No space left on device; the "));
+}
+
+TEST_F(RecordProgramTest, WhereTheInterfaceGoesAwayWhatCameBeforeIsWrittenAndTold) {
+    const tests::ChildReport report = tests::run_in_child(CLONE_NEWNET, [&]() -> std::string {
+        tests::ip("link set lo up");
+        ChildProgram program(command({"--packet-socket", "lo", "--frame-gap", "1h", path()}));
+        if (!program.wait_for_error(", receive buffer")) {
+            return program.error_output();
+        }
+        const ArtNetSender sender;
+        for (std::uint8_t frame = 1; frame <= 3; ++frame) {
+            sender.send(6454, tests::dmx_packet(1, std::vector<std::uint8_t>(512, frame)));
+        }
+        // The third frame is complete only with the end.
+        if (!eventually([&] {
+                std::error_code none;
+                const std::uintmax_t size = std::filesystem::file_size(path(), none);
+                return !none && size >= 2 * 548;
+            })) {
+            return "no frames";
+        }
+        tests::ip("link set lo down");
+        const std::optional<int> status = program.wait_exit();
+        ArtNetParser parser;
+        std::string played = "played";
+        parser.on_artdmx = [&](ArtDmx& dmx) { played += " " + std::to_string(dmx.Data[0]); };
+        std::error_code error;
+        parser.parse(path().c_str(), error);
+        return std::to_string(status.value_or(-1)) + " " + played + "; " + program.output() +
+               program.error_output();
+    });
+    SKIP_IF_UNAVAILABLE(report);
+    EXPECT_THAT(report.text, testing::StartsWith("1 played 1 2 3; "));
+    EXPECT_THAT(report.text, HasSubstr("out.rec: 3 frames of 1 universe"));
+    EXPECT_THAT(report.text, HasSubstr("cuewright-recording: cannot receive on "));
+}
+
+TEST_F(RecordProgramTest, WhereItMayNotWriteOrListenItSaysSoAndEnds) {
+    const tests::ChildReport report = tests::run_in_child(CLONE_NEWNET, [&]() -> std::string {
+        tests::ip("link set lo up");
+        // Root without these is like anybody else.
+        tests::give_up({CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
+        const std::string closed = path("closed");
+        std::filesystem::create_directory(closed);
+        std::filesystem::permissions(closed,
+                                     std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        std::string text;
+        for (const std::vector<std::string>& arguments :
+             {std::vector<std::string>{"--port", "0", closed + "/out.rec"},
+              {"--port", "100", path()},
+              {"--packet-socket", "lo", path()}}) {
+            ChildProgram program(command(arguments));
+            const std::optional<int> status = program.wait_exit();
+            text += std::to_string(status.value_or(-1)) + " " + program.error_output();
+        }
+        return text;
+    });
+    SKIP_IF_UNAVAILABLE(report);
+    EXPECT_THAT(report.text, testing::StartsWith("1 cuewright-recording: " + path("closed") +
+                                                 "/out.rec: Permission denied\n1 cuewright-recording: "));
+    EXPECT_THAT(report.text, HasSubstr("ports below 1024 need privileges"));
+    EXPECT_THAT(report.text, HasSubstr("\n1 cuewright-recording: a packet socket needs privileges"));
+    EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
 }  // namespace

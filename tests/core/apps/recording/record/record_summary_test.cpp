@@ -45,7 +45,7 @@ RecordStatistics busy() {
 
 TEST(RecordSummaryTest, TextSaysWhatWasRecordedLostAndDropped) {
     const RecordStatistics statistics = busy();
-    const std::string text = recording::summary_text({"show.rec", 1024, 1030ms, 5, statistics});
+    const std::string text = recording::summary_text({"show.rec", 1024, 41, 1030ms, 5, statistics});
     EXPECT_THAT(text, HasSubstr("show.rec: 41 frames of 1 universe, 1.03 s, 1024 bytes\n"));
     EXPECT_THAT(text, HasSubstr("the last frame stands 30 ms, counted in"));
     EXPECT_THAT(
@@ -60,7 +60,7 @@ TEST(RecordSummaryTest, TextSaysWhatWasRecordedLostAndDropped) {
 TEST(RecordSummaryTest, JsonSaysTheSame) {
     const RecordStatistics statistics = busy();
     const auto json =
-        nlohmann::json::parse(recording::summary_json({"sh\xFFow", 1024, 1030ms, 5, statistics}));
+        nlohmann::json::parse(recording::summary_json({"sh\xFFow", 1024, 41, 1030ms, 5, statistics}));
     EXPECT_EQ(json["frames"], 41);
     EXPECT_EQ(json["duration_ns"], 1030000000);
     EXPECT_EQ(json["last_frame_ns"], 30000000);
@@ -72,10 +72,23 @@ TEST(RecordSummaryTest, JsonSaysTheSame) {
     EXPECT_EQ(json["not_recorded"]["malformed"], 1);
 }
 
+TEST(RecordSummaryTest, FramesThatDidNotComeToTheFileAreTold) {
+    const RecordStatistics statistics = busy();
+    const recording::RecordSummary some{"show.rec", 1024, 2, 55ms, 5, statistics};
+    EXPECT_THAT(recording::summary_text(some),
+                testing::AllOf(HasSubstr("show.rec: 2 frames of 1 universe, 0.055 s, 1024 bytes\n"),
+                               HasSubstr("captured, but not in the file: 39 frames\n")));
+    EXPECT_EQ(nlohmann::json::parse(recording::summary_json(some))["frames_not_written"], 39);
+    const RecordStatistics nothing{};
+    EXPECT_THAT(recording::summary_text({"show.rec", 0, 0, 0ns, 0, nothing}),
+                testing::AllOf(HasSubstr("show.rec: 0 frames of 0 universes, 0 s, 0 bytes\n"),
+                               testing::Not(HasSubstr("30 ms"))));
+}
+
 TEST(RecordSummaryTest, OfWrappedDatagramsItSaysDestinations) {
     const RecordStatistics statistics = busy();
-    const recording::RecordSummary summary{"show.rec", 1024,       1030ms,
-                                           5,          statistics, capture::Payload::Wrapped};
+    const recording::RecordSummary summary{
+        "show.rec", 1024, 41, 1030ms, 5, statistics, capture::Payload::Wrapped};
     const std::string text = recording::summary_text(summary);
     EXPECT_THAT(text, HasSubstr(" repeated  destinations\n"));
     EXPECT_THAT(text, HasSubstr("warning: universe 3 has two destinations, 10.0.0.1:6454 and"));

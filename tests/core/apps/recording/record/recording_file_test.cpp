@@ -273,7 +273,7 @@ TEST_F(RecordingFileTest, AFullDiskEndsTheWritingWithItsReasonAndWhatIsThereIsWh
         RecordingFile file(out, false);
         FrameWriter writer(file, 0s);
         for (int number = 0; number < 200; ++number) {
-            writer.push(frame(static_cast<std::uint8_t>(number)));
+            writer.push({frame(static_cast<std::uint8_t>(number)), number * 20ms});
         }
         pollfd wait{writer.failure_descriptor(), POLLIN, 0};
         if (poll(&wait, 1, 60'000) != 1) {
@@ -289,11 +289,15 @@ TEST_F(RecordingFileTest, AFullDiskEndsTheWritingWithItsReasonAndWhatIsThereIsWh
         const int fitting = 65536 / 548;
         text += error ? " broken" : " whole";
         text += packets >= fitting - 8 && packets <= fitting ? " all" : " " + std::to_string(packets);
+        const auto written = static_cast<int>(writer.written().frames);
+        text +=
+            written == packets && writer.written().duration == (written - 1) * 20ms + 30ms ? " counted" : "";
         return text + (bytes.size() % 512 == 0 ? " padded" : " cut");
     });
     SKIP_IF_UNAVAILABLE(report);
     EXPECT_THAT(report.text, HasSubstr("No space left on device"));
-    EXPECT_THAT(report.text, HasSubstr("bytes recorded until then are whole and play whole all padded"));
+    EXPECT_THAT(report.text,
+                HasSubstr("bytes recorded until then are whole and play whole all counted padded"));
 }
 
 TEST_F(RecordingFileTest, ADiskThatStaysBehindHasFailedAndOneThatKeepsUpHasNot) {
@@ -303,7 +307,7 @@ TEST_F(RecordingFileTest, ADiskThatStaysBehindHasFailedAndOneThatKeepsUpHasNot) 
     pollfd failed{writer.failure_descriptor(), POLLIN, 0};
     // Each is written before the next one comes, however many there are.
     for (std::uint64_t number = 1; number <= 10; ++number) {
-        writer.push(bytes);
+        writer.push({bytes, 0ms});
         const auto size = number * bytes.size();
         ASSERT_TRUE(eventually([&] {
             std::error_code none;
@@ -313,7 +317,7 @@ TEST_F(RecordingFileTest, ADiskThatStaysBehindHasFailedAndOneThatKeepsUpHasNot) 
     }
     // What is on the disk is taken off a moment later; two frames always find room.
     ASSERT_EQ(poll(&failed, 1, 0), 0);
-    writer.push(std::vector<std::uint8_t>(2 * bytes.size() + 1));
+    writer.push({std::vector<std::uint8_t>(2 * bytes.size() + 1), 0ms});
     EXPECT_EQ(poll(&failed, 1, 0), 1);
     EXPECT_THAT(failure_of([&] { writer.finish(); }), HasSubstr("the disk does not keep up"));
     EXPECT_THAT(played(path()), testing::Each(1));
@@ -325,10 +329,12 @@ TEST_F(RecordingFileTest, TheWriterWritesEverythingBeforeItEnds) {
     {
         FrameWriter writer(file, 1h);
         for (int number = 0; number < 200; ++number) {
-            writer.push(frame(static_cast<std::uint8_t>(number), 2));
+            writer.push({frame(static_cast<std::uint8_t>(number), 2), number * 20ms});
             expected.push_back(number);
         }
         writer.finish();
+        EXPECT_EQ(writer.written().frames, 200U);
+        EXPECT_EQ(writer.written().duration, 199 * 20ms + 30ms);
     }
     EXPECT_EQ(played(path()), expected);
 }
