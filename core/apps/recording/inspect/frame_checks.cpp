@@ -35,6 +35,8 @@ constexpr nanoseconds kHeldFrame = 100ms;
 constexpr int kVisibleJump = 26;
 /// The seam jumps when it changes this many times as much as any step within the recording.
 constexpr std::uint64_t kJumpFactor = 2;
+/// Checks that tell how far they have come.
+constexpr std::uint64_t kPasses = 3;
 
 }  // namespace
 
@@ -66,7 +68,8 @@ struct FrameChecks::Look {
     }
 };
 
-void FrameChecks::run() {
+void FrameChecks::run(const std::function<void(std::uint64_t, std::uint64_t)>& progress) {
+    progress_ = progress;
     if (timeline_.packets() == 0) {
         return;
     }
@@ -79,7 +82,9 @@ void FrameChecks::run() {
         check_last_frame();
     }
     check_repetitions();
+    ++passes_;
     check_endings();
+    ++passes_;
     if (options_.loops) {
         check_seam();
     }
@@ -225,6 +230,7 @@ void FrameChecks::check_repetitions() {
     std::unordered_map<int, std::size_t> last_frame;
     std::size_t told = 0;
     for (std::size_t packet = 0; packet < timeline_.packets(); ++packet) {
+        tick(packet);
         const std::size_t frame = timeline_.frame_of(packet) + 1;
         std::size_t& last = last_frame[timeline_.universe(packet)];
         // Once a frame; and where a timing packet without a time is the reason, that has been said.
@@ -248,6 +254,7 @@ void FrameChecks::check_endings() {
     };
     std::map<int, Presence> universes;
     for (std::size_t packet = 0; packet < timeline_.packets(); ++packet) {
+        tick(packet);
         const nanoseconds time = timeline_.start(timeline_.frame_of(packet));
         const auto [place, is_new] = universes.try_emplace(timeline_.universe(packet));
         Presence& presence = place->second;
@@ -272,6 +279,7 @@ void FrameChecks::check_endings() {
 void FrameChecks::check_seam() {
     std::map<int, Look> looks;
     for (std::size_t packet = 0; packet < timeline_.packets(); ++packet) {
+        tick(packet);
         const std::vector<unsigned char>& levels = timeline_.levels(packet);
         const auto [place, is_new] = looks.try_emplace(timeline_.universe(packet));
         Look& look = place->second;
@@ -293,6 +301,12 @@ void FrameChecks::check_seam() {
                     "fade, "
                     "or play it without loop");
         }
+    }
+}
+
+void FrameChecks::tick(std::size_t packet) {
+    if (progress_) {
+        progress_(passes_ * timeline_.packets() + packet, kPasses * timeline_.packets());
     }
 }
 

@@ -2,6 +2,7 @@
 // What the frames of a recording look like once its packets have their times.
 
 #include <cstdint>
+#include <functional>
 #include <unordered_set>
 #include <vector>
 
@@ -20,7 +21,8 @@ public:
         : timeline_(timeline), walk_(walk), options_(options), findings_(findings) {}
 
     /// All of them. Once.
-    void run();
+    /// @param progress  told now and then how much of how much is done; may be empty
+    void run(const std::function<void(std::uint64_t, std::uint64_t)>& progress);
 
 private:
     /// How the levels of one universe change from packet to packet.
@@ -38,6 +40,8 @@ private:
     void check_endings();
     void check_seam();
 
+    /// Tells that a check has come to a packet.
+    void tick(std::size_t packet);
     void add(const char* kind, Level level, std::size_t packet, std::uint64_t count, std::string text);
     /// Offset of a packet, 0 when the file has changed in between.
     [[nodiscard]] std::uint64_t offset(std::size_t packet) const {
@@ -48,6 +52,9 @@ private:
     const PacketWalk& walk_;
     const InspectOptions& options_;
     Findings& findings_;
+    std::function<void(std::uint64_t, std::uint64_t)> progress_;
+    /// Checks that have gone through all packets.
+    std::uint64_t passes_ = 0;
 };
 
 }  // namespace inspect

@@ -74,13 +74,21 @@ RecordingReport inspect_recording(const std::string& path, const InspectOptions&
     });
     count_packets(timeline, report);
     PacketWalk walk(path, report.bytes, timeline, options.fps != -1, report.findings);
+    // The search for identifiers, the walk and the frames' checks take a third each.
+    const std::uint64_t total = 3 * report.bytes;
     report.loads = walk.run([&](std::uint64_t done) {
         if (progress) {
-            progress(done, report.bytes);
+            progress(done, total);
         }
     });
     report.last_recorded = walk.last_timing();
-    FrameChecks(timeline, walk, options, report.findings).run();
+    FrameChecks(timeline, walk, options, report.findings).run([&](std::uint64_t done, std::uint64_t of) {
+        if (progress) {
+            const double share = static_cast<double>(done) / static_cast<double>(of);
+            progress(2 * report.bytes + static_cast<std::uint64_t>(share * static_cast<double>(report.bytes)),
+                     total);
+        }
+    });
     // A load that ends with an error has its finding.
     if (report.loads && report.packets == 0) {
         report.findings.add(

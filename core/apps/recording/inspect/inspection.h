@@ -53,7 +53,7 @@ struct RecordingReport {
     Findings findings;
 };
 
-/// Told now and then how much of how much is done.
+/// Told now and then how much of how much is done; while the total is not known, and 0, of packets loaded.
 using ProgressSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
 /**

@@ -25,8 +25,9 @@ constexpr std::uint64_t kNanosecondsPerMillisecond = 1'000'000;
 constexpr std::uint64_t kLongestTiming = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t kTriggerSize = 18;
 
-/// Every place where a whole identifier stands.
-std::vector<std::uint64_t> find_identifiers(std::istream& in) {
+/// Every place where a whole identifier stands. `progress` is told of the bytes searched; may be empty.
+std::vector<std::uint64_t> find_identifiers(std::istream& in,
+                                            const std::function<void(std::uint64_t)>& progress) {
     std::vector<std::uint64_t> places;
     std::string window;
     std::uint64_t begin = 0;
@@ -41,6 +42,9 @@ std::vector<std::uint64_t> find_identifiers(std::istream& in) {
         const std::size_t keep = std::min(window.size(), kIdentifier.size() - 1);
         begin += window.size() - keep;
         window.erase(0, window.size() - keep);
+        if (progress) {
+            progress(begin);
+        }
     }
     return places;
 }
@@ -88,7 +92,7 @@ std::optional<std::chrono::nanoseconds> PacketWalk::last_timing() const {
 
 bool PacketWalk::run(const std::function<void(std::uint64_t)>& progress) {
     progress_ = progress;
-    identifiers_ = find_identifiers(bytes_view_);
+    identifiers_ = find_identifiers(bytes_view_, progress);
     bytes_view_.clear();
     listen();
     std::ifstream in(path_, std::ios::binary);
@@ -129,7 +133,8 @@ void PacketWalk::take(std::uint64_t size, const std::string& what) {
     end_ = offset + size;
     open_ended_ = false;
     if (progress_) {
-        progress_(std::min(end_, bytes_));
+        // Behind the search for identifiers.
+        progress_(bytes_ + std::min(end_, bytes_));
     }
     if (offset >= bytes_) {
         // Where it stands is a block before. They follow each other up to the buffer's end.

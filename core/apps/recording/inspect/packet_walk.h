@@ -33,6 +33,7 @@ public:
     PacketWalk& operator=(const PacketWalk&) = delete;
 
     /// Walks. False when the parser ends with an error, as the load does then. Once.
+    /// @param progress  told now and then how much is done, up to twice the file's size; may be empty
     [[nodiscard]] bool run(const std::function<void(std::uint64_t)>& progress);
 
     /// Offset of every ArtDmx packet delivered.

@@ -19,6 +19,8 @@ namespace inspect {
 namespace {
 
 constexpr auto kPollInterval = 10ms;
+/// Packets gone through between two words to who waits.
+constexpr int kPacketsPerCall = 4096;
 constexpr int kNotGiven = -1;
 
 Playlist::Effect make_effect(const std::string& name, int fps, int ppf) {
@@ -58,6 +60,9 @@ Timeline::Timeline(const std::string& path, int fps, int ppf, const std::functio
             start_.emplace_back(time);
         }
         frame_.push_back(static_cast<std::uint32_t>(start_.size() - 1));
+        if (waiting && index % kPacketsPerCall == 0) {
+            waiting(count);
+        }
         universe_.push_back(packet.universe);
         if (packet.delay > 0ns) {
             time = ondra::saturating_add(time, packet.delay);

@@ -22,8 +22,8 @@ class Timeline {
 public:
     /**
      * @param fps, ppf  as in an effects file
-     * @param waiting   called about every 10 ms while the loader works, with the number of packets so far;
-     *                  may be empty
+     * @param waiting   called about every 10 ms while the loader works, with the number of packets so far,
+     * and while they are gone through afterwards; may be empty
      */
     Timeline(const std::string& path, int fps, int ppf, const std::function<void(int)>& waiting);
     ~Timeline();

@@ -1,5 +1,6 @@
 #include "record_command.h"
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -80,7 +81,11 @@ int record(const RecordOptions& options) {
     RecordingFile file(options.out, options.force);
     const std::unique_ptr<capture::Source> source = capture::open_source(options.source, kProgram);
     FrameWriter writer(file, sync_period);
-    cli::Progress progress("recording (Ctrl-C ends), frames", 0);
+    // With an end that is known, how much of the time is over; otherwise the frames.
+    const bool ends = plan.duration.has_value();
+    cli::Progress progress(ends ? "recording (Ctrl-C ends)" : "recording (Ctrl-C ends), frames",
+                           ends ? static_cast<std::uint64_t>(plan.duration->count()) : 0);
+    const auto begin = std::chrono::steady_clock::now();
     Recorder recorder(
         plan, *source, writer, signals,
         [&](const capture::SenderConflict& conflict) {
@@ -88,7 +93,10 @@ int record(const RecordOptions& options) {
             std::fprintf(stderr, "%s: %s; --source picks one\n", kProgram,
                          conflict_text(conflict, plan.payload).c_str());
         },
-        [&](std::uint64_t frames) { progress.update(frames); });
+        [&](std::uint64_t frames) {
+            const std::chrono::nanoseconds passed = std::chrono::steady_clock::now() - begin;
+            progress.update(ends ? static_cast<std::uint64_t>(passed.count()) : frames);
+        });
     std::string failure;
     // Whatever goes wrong, what came before it is written, and told of.
     const auto attempt = [&failure](const auto& step) {

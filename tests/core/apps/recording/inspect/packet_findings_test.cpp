@@ -1,6 +1,7 @@
 // What the bytes of a recording are reported for: each fault, and its neighbour that is none.
 
 #include <filesystem>
+#include <set>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -185,6 +186,27 @@ TEST_F(PacketFindingsTest, WhatCannotBeReadIsAFindingAndNeverWaits) {
         std::filesystem::permissions(path("secret.rec"), std::filesystem::perms::none);
         EXPECT_THAT(reason("secret.rec"), HasSubstr("Permission denied"));
     }
+}
+
+TEST_F(PacketFindingsTest, EveryPartOfTheWorkTellsHowFarItHasCome) {
+    Recording recording = steady(60);
+    ASSERT_TRUE(padded(recording).write(path("test.rec")));
+    std::uint64_t latest = 0;
+    std::uint64_t total = 0;
+    std::set<std::uint64_t> thirds;
+    static_cast<void>(
+        inspect::inspect_recording(path("test.rec"), {}, [&](std::uint64_t done, std::uint64_t of) {
+            if (of == 0) {
+                return;
+            }
+            EXPECT_GE(done, latest);
+            EXPECT_LE(done, of);
+            latest = done;
+            total = of;
+            thirds.insert(3 * done / of);
+        }));
+    EXPECT_THAT(thirds, ElementsAre(0U, 1U, 2U)) << "the search, the walk, the frames";
+    EXPECT_GE(latest, total * 9 / 10);
 }
 
 TEST_F(PacketFindingsTest, OnlyTheFirstOfAKindAreKeptAndTheOthersCounted) {

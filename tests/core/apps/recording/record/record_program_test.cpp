@@ -22,6 +22,7 @@
 #include "support/child_process.h"
 #include "support/child_program.h"
 #include "support/loaded_recording.h"
+#include "support/terminal.h"
 
 using namespace std::chrono_literals;
 
@@ -231,6 +232,19 @@ TEST_F(RecordProgramTest, WithoutPacketsThereIsNoFileAndAReason) {
     EXPECT_THAT(program.error_output(), HasSubstr("out.rec: not written, since no ArtDmx"));
     EXPECT_THAT(program.output(), HasSubstr("not recorded: filtered 0, other Art-Net 0, "));
     EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(RecordProgramTest, OnATerminalItShowsHowMuchOfTheDurationIsOver) {
+    tests::Terminal terminal(100, 30);
+    if (terminal.name().empty()) {
+        GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    ChildProgram program({"/bin/sh", "-c", "exec \"$0\" record --port 0 --duration 1h \"$1\" 2> \"$2\"",
+                          RECORDING_PROGRAM, path(), terminal.name()});
+    EXPECT_TRUE(terminal.read_until_text("recording (Ctrl-C ends)  [....")) << terminal.text();
+    EXPECT_TRUE(terminal.read_until_text("]   0 %")) << terminal.text();
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait_exit(), 1);
 }
 
 TEST_F(RecordProgramTest, WrongCommandLinesNameTheOption) {
