@@ -1,5 +1,6 @@
 #include "dump.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -81,7 +82,7 @@ public:
 
 private:
     void take_dmx(const ArtDmx& dmx) {
-        time_ += pending_;
+        time_ = std::min(time_ + pending_, kLongestTime);
         pending_ = 0;
         std::vector<Detail> details{{"universe", universe_of(dmx)},
                                     {"sequence", dmx.Sequence},
@@ -93,12 +94,8 @@ private:
         print(opcode::kDmx, details);
     }
 
-    /// The last one before the next ArtDmx counts; above the signed range it is no delay. (The sum of five
-    /// hundred years would wrap around.)
-    void take_timing(std::uint64_t nanoseconds) {
-        constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-        pending_ = nanoseconds > kMax ? 0 : nanoseconds;
-    }
+    /// The last one before the next ArtDmx counts; above the signed range it is no delay.
+    void take_timing(std::uint64_t nanoseconds) { pending_ = nanoseconds > kLongestTime ? 0 : nanoseconds; }
 
     void print(std::uint16_t code, const std::vector<Detail>& details) {
         const std::string_view known = opcode::name(code);
@@ -142,6 +139,9 @@ private:
                      static_cast<unsigned long long>(time_ % 1'000'000'000), name.c_str(), line.c_str(),
                      parser_.packet_is_stale() ? " repeated" : "");
     }
+
+    /// Where the service's sums of times stay, too; two of them fit into the type.
+    static constexpr auto kLongestTime = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 
     DumpOptions options_;
     std::FILE* out_;

@@ -173,6 +173,17 @@ TEST_F(RecordingInfoTest, DumpHasALineForEachPacketWithItsOffsetAndTime) {
               "        66       4     1.500000001 timing-ms milliseconds 4\n");
 }
 
+TEST_F(RecordingInfoTest, TimesBeyondWhatTheServiceCountsStandAtTheirEnd) {
+    constexpr std::chrono::nanoseconds kLongest = std::chrono::nanoseconds::max();
+    Recording recording;
+    for (int frame = 0; frame < 4; ++frame) {
+        recording.dmx(1, {1}).frame_delay(kLongest);
+    }
+    const std::string lines = dump(files_.padded("a.rec", recording), {});
+    EXPECT_THAT(lines, HasSubstr("\n       111       6 9223372036.854775807 ArtDmx"));
+    EXPECT_EQ(json(recording)["duration_ns"], kLongest.count());
+}
+
 TEST_F(RecordingInfoTest, DumpPrintsJsonWithLevelsOnRequest) {
     const std::string path = files_.padded("a.rec", Recording{}.dmx(3, {7, 8}).frame_delay(5ns));
     std::istringstream lines(dump(path, {.json = true, .levels = true}));
