@@ -1,9 +1,12 @@
 #include "timeline.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <string_view>
 #include <system_error>
+
+#include <unistd.h>
 
 #include "artnet/recording_reader.h"
 #include "cli/failure.h"
@@ -30,6 +33,10 @@ Timeline read_timeline(const std::string& path, int speed_boost) {
             due = ondra::saturating_add(due, ondra::calculate_delay(packet.delay, speed_boost));
         }
     };
+    // Of what cannot be opened the parser only says that it is not there.
+    if (access(path.c_str(), R_OK) != 0) {
+        throw cli::Failure(path + ": " + std::generic_category().message(errno));
+    }
     std::error_code error;
     reader.read(path.c_str(), error);
     if (timeline.packets == 0) {

@@ -1,4 +1,5 @@
 // Intervals, streams, lateness figures and the recording's due times.
+#include <filesystem>
 #include <fstream>
 #include <vector>
 
@@ -205,6 +206,9 @@ TEST_F(TimelineTest, FilesWithNothingToCompareWithAreNamed) {
         return [path] { static_cast<void>(monitor::read_timeline(path, 0)); };
     };
     EXPECT_THAT(read("/no/such.rec"), ThrowsMessage<cli::Failure>(HasSubstr("/no/such.rec: ")));
+    const std::string circle = path() + ".circle";
+    std::filesystem::create_symlink(circle, circle);
+    EXPECT_THAT(read(circle), ThrowsMessage<cli::Failure>(HasSubstr(".circle: Too many levels of symbolic")));
     ASSERT_TRUE(Recording{}.frame_delay(25ms).fill_to(512).write(path()));
     EXPECT_THAT(read(path()), ThrowsMessage<cli::Failure>(HasSubstr("a.rec: holds nothing to compare with")));
 }
