@@ -12,19 +12,24 @@ namespace {
 
 constexpr std::size_t kChannels = 512;
 
-/// Column of a time; may lie outside the section.
+/// Columns of times.
 class Columns {
 public:
     explicit Columns(const Section& section)
         : from_(section.from),
+          columns_(section.columns),
           per_column_(static_cast<double>((section.to - section.from).count()) / section.columns) {}
 
-    [[nodiscard]] double position(nanoseconds time) const {
-        return static_cast<double>((time - from_).count()) / per_column_;
+    /// Column in which a time lies: the first one for what is before the section, the number of columns for
+    /// what is behind it. A frame may be as far off as 63 bits of nanoseconds.
+    [[nodiscard]] int column(nanoseconds time) const {
+        const double position = static_cast<double>((time - from_).count()) / per_column_;
+        return static_cast<int>(std::clamp(position, 0.0, static_cast<double>(columns_)));
     }
 
 private:
     nanoseconds from_;
+    int columns_;
     double per_column_;
 };
 
@@ -50,18 +55,16 @@ public:
         if (!held_ || levels_.empty()) {
             return;
         }
-        const nanoseconds until = std::min(end, since_ + kHold);
-        const double first = columns_.position(since_);
-        const double last = columns_.position(until);
+        // In this order, since the sum may be beyond what the type holds.
+        const nanoseconds until = end - since_ > kHold ? since_ + kHold : end;
         if (until < section_.from || since_ >= section_.to) {
             return;
         }
         seen_ = true;
         map_.channels = std::max(map_.channels, static_cast<int>(levels_.size()));
-        const int begin = std::max(0, static_cast<int>(first));
+        const int begin = columns_.column(since_);
         // A packet shows in its own column, however short it stands.
-        const int behind =
-            std::min(section_.columns, std::max(begin + 1, static_cast<int>(std::min(last, 1e9))));
+        const int behind = std::min(section_.columns, std::max(begin + 1, columns_.column(until)));
         for (int column = begin; column < behind; ++column) {
             std::int16_t* const cells = &map_.levels[static_cast<std::size_t>(column) * kChannels];
             for (std::size_t channel = 0; channel < std::min(levels_.size(), kChannels); ++channel) {
@@ -96,10 +99,8 @@ void fill_intervals(const inspect::Timeline& timeline, const Section& section, L
         if (start >= section.from) {
             lengths.push_back(length);
         }
-        const int begin = std::max(0, static_cast<int>(columns.position(start)));
-        const int behind =
-            std::min(section.columns,
-                     std::max(begin + 1, static_cast<int>(std::min(columns.position(start + length), 1e9))));
+        const int begin = columns.column(start);
+        const int behind = std::min(section.columns, std::max(begin + 1, columns.column(start + length)));
         for (int column = begin; column < behind; ++column) {
             IntervalColumn& cell = map.intervals[static_cast<std::size_t>(column)];
             cell.shortest = cell.longest.count() == 0 ? length : std::min(cell.shortest, length);
@@ -117,13 +118,17 @@ void fill_intervals(const inspect::Timeline& timeline, const Section& section, L
 
 }  // namespace
 
-LevelMap reduce(inspect::Timeline& timeline, const Section& section) {
+LevelMap reduce(inspect::Timeline& timeline, const Section& section,
+                const std::function<void(std::uint64_t)>& progress) {
     std::map<int, UniverseFill> fills;
     for (std::size_t packet = 0; packet < timeline.packets(); ++packet) {
         const int universe = timeline.universe(packet);
         const nanoseconds time = timeline.start(timeline.frame_of(packet));
         if (time >= section.to) {
             break;
+        }
+        if (progress) {
+            progress(packet + 1);
         }
         if (!section.universes.empty() && !section.universes.contains(universe)) {
             continue;

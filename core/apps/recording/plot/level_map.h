@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -58,6 +59,8 @@ struct LevelMap {
 inline constexpr std::chrono::seconds kHold{4};
 
 /// Reduces the section; universes without a packet in it are left out.
-[[nodiscard]] LevelMap reduce(inspect::Timeline& timeline, const Section& section);
+/// @param progress  told of the packets gone through; may be empty
+[[nodiscard]] LevelMap reduce(inspect::Timeline& timeline, const Section& section,
+                              const std::function<void(std::uint64_t)>& progress = {});
 
 }  // namespace plot

@@ -97,6 +97,29 @@ TEST_F(LevelMapTest, MoreColumnsThanFramesShowEachFrameInAllOfIts) {
     EXPECT_THAT(row(reduced.universes[0], 6, 0), ElementsAre(0, 0, 0, 1, 1, 1));
 }
 
+TEST_F(LevelMapTest, FramesAsFarOffAsTheirTimesCanSayAreNoTrouble) {
+    constexpr std::chrono::nanoseconds kFar{std::int64_t{1} << 62};
+    Recording recording;
+    recording.dmx(1, {50}).frame_delay(kFar).dmx(1, {60}).frame_delay(kFar - 1ns).dmx(1, {70});
+    const plot::LevelMap late =
+        map(recording, {.from = kFar - 1ms, .to = kFar + 2ms, .columns = 3, .universes = {}});
+    ASSERT_EQ(late.universes.size(), 1U);
+    EXPECT_THAT(row(late.universes[0], 3, 0), ElementsAre(plot::UniverseMap::kNothing, 60, 60));
+    EXPECT_EQ(late.intervals[0].longest, kFar);
+    const plot::LevelMap early = map(recording, {.to = 3ms, .columns = 3, .universes = {}});
+    EXPECT_THAT(row(early.universes[0], 3, 0), ElementsAre(50, 50, 50));
+}
+
+TEST_F(LevelMapTest, EveryPacketIsProgress) {
+    const std::string path = directory_.path().toStdString() + "/test.rec";
+    ASSERT_TRUE(counting().fill_to(512).write(path));
+    inspect::Timeline timeline(path, -1, -1, {});
+    std::vector<std::uint64_t> done;
+    static_cast<void>(plot::reduce(timeline, {.to = timeline.duration(), .columns = 4, .universes = {}},
+                                   [&](std::uint64_t packets) { done.push_back(packets); }));
+    EXPECT_THAT(done, ElementsAre(1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U));
+}
+
 TEST_F(LevelMapTest, IntervalsKeepTheirExtremesInEachColumn) {
     Recording recording;
     recording.dmx(0, {1}).frame_delay(20ms).dmx(0, {1}).frame_delay(80ms).dmx(0, {1}).frame_delay(100ms);
