@@ -81,8 +81,9 @@ void add_check_command(CLI::App& program, std::function<int()>& chosen) {
         "check",
         "Say what is wrong with recordings, with the player's own parser and loader; nothing is sent");
     command->add_option("FILE", options->files, "Recordings")->required();
-    command->add_option("--fps", options->inspect.fps, "Check as an effect with this fixed frame rate");
-    command->add_option("--ppf", options->inspect.ppf, "Packets per frame, with --fps");
+    CLI::Option* const fps =
+        command->add_option("--fps", options->inspect.fps, "Check as an effect with this fixed frame rate");
+    command->add_option("--ppf", options->inspect.ppf, "Packets per frame, with --fps")->needs(fps);
     command->add_flag("--no-loop", options->no_loop,
                       "Do not look at the seam from the last frame to the first");
     command->add_option("--level", options->level, "Lowest level shown: error, warning or note")

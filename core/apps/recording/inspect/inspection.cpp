@@ -20,25 +20,6 @@ namespace {
 
 constexpr std::uint64_t kBlockSize = 512;
 
-/// Why it cannot be read, or nothing; its size.
-std::string refusal(const std::string& path, std::uint64_t& bytes) {
-    // Without waiting for the writer of a FIFO.
-    const posix::FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0) {
-        return std::strerror(errno);
-    }
-    if (S_ISDIR(status.st_mode)) {
-        return "it is a directory";
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return "it is no regular file: the service would play what comes out of it as long as something "
-               "comes";
-    }
-    bytes = static_cast<std::uint64_t>(status.st_size);
-    return {};
-}
-
 void count_packets(const Timeline& timeline, RecordingReport& report) {
     std::map<int, std::uint64_t> universes;
     for (std::size_t packet = 0; packet < timeline.packets(); ++packet) {
@@ -57,10 +38,28 @@ void count_packets(const Timeline& timeline, RecordingReport& report) {
 
 }  // namespace
 
+std::string why_unreadable(const std::string& path, std::uint64_t& bytes) {
+    // Without waiting for the writer of a FIFO.
+    const posix::FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        return std::strerror(errno);
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return "it is a directory";
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "it is no regular file: the service would play what comes out of it as long as something "
+               "comes";
+    }
+    bytes = static_cast<std::uint64_t>(status.st_size);
+    return {};
+}
+
 RecordingReport inspect_recording(const std::string& path, const InspectOptions& options,
                                   const ProgressSink& progress) {
     RecordingReport report(path, Findings(options.per_kind));
-    if (const std::string reason = refusal(path, report.bytes); !reason.empty()) {
+    if (const std::string reason = why_unreadable(path, report.bytes); !reason.empty()) {
         report.findings.add({"unreadable", Level::Error, 0, 0, 1,
                              "cannot be read: " + reason +
                                  "; the service loads neither this effect nor those that follow it in a "

@@ -56,6 +56,10 @@ struct RecordingReport {
 /// Told now and then how much of how much is done; while the total is not known, and 0, of packets loaded.
 using ProgressSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
+/// Why the file cannot be read as a recording, such as "No such file or directory" or "it is a directory";
+/// empty when it can, and then `bytes` is its size. Does not wait for who writes into a FIFO.
+[[nodiscard]] std::string why_unreadable(const std::string& path, std::uint64_t& bytes);
+
 /**
  * Loads a recording with the service's PlaylistLoader, parses it with its ArtNetParser and reports what it
  * finds; nothing is sent.

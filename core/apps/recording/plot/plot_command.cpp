@@ -1,9 +1,14 @@
 #include "plot/plot_command.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 #include "cli/program.h"
 #include "cli/progress.h"
@@ -13,6 +18,8 @@
 #include "inspect/wording.h"
 #include "plot/level_map.h"
 #include "plot/picture.h"
+#include "posix/new_file.h"
+#include "src/existing_file.h"
 
 namespace plot {
 
@@ -30,6 +37,8 @@ struct PlotOptions {
     int width = kDefaultWidth;
     int fps = -1;
     int ppf = -1;
+    bool force = false;
+    bool json = false;
 };
 
 Section make_section(const PlotOptions& options, const inspect::Timeline& timeline) {
@@ -54,25 +63,85 @@ Section make_section(const PlotOptions& options, const inspect::Timeline& timeli
     return section;
 }
 
+PictureKind kind_of(const std::string& path) {
+    if (path.ends_with(".png")) {
+        return PictureKind::Png;
+    }
+    if (path.ends_with(".svg")) {
+        return PictureKind::Svg;
+    }
+    throw cli::UsageError(path + ": the picture's name must end in .png or .svg");
+}
+
+Picture draw(const PlotOptions& options, PictureKind kind, const LevelMap& map, const Section& section,
+             const Caption& caption) {
+    std::unique_ptr<cli::Progress> drawing;
+    try {
+        return draw_picture(kind, map, section, caption, options.width,
+                            [&](std::uint64_t done, std::uint64_t parts) {
+                                if (!drawing) {
+                                    drawing = std::make_unique<cli::Progress>(options.out, parts);
+                                }
+                                drawing->update(done);
+                            });
+    } catch (const std::runtime_error& error) {
+        throw cli::Failure(options.out + ": " + error.what());
+    }
+}
+
+void print_result(const PlotOptions& options, const LevelMap& map, const Section& section,
+                  const Caption& caption, const Picture& picture) {
+    if (!options.json) {
+        std::printf("%s: %d x %d pixels, %s\n", options.out.c_str(), options.width, picture.height,
+                    caption.subtitle.c_str());
+        return;
+    }
+    nlohmann::ordered_json universes = nlohmann::ordered_json::array();
+    for (const UniverseMap& universe : map.universes) {
+        universes.push_back(universe.universe);
+    }
+    const nlohmann::ordered_json answer{
+        {"file", options.file},
+        {"picture", options.out},
+        {"bytes", picture.bytes.size()},
+        {"width", options.width},
+        {"height", picture.height},
+        {"universes", universes},
+        {"frames", map.frames},
+        {"from_ns", section.from.count()},
+        {"to_ns", section.to.count()},
+        {"intervals",
+         {{"p50_ns", map.median.count()}, {"p99_ns", map.p99.count()}, {"max_ns", map.longest.count()}}}};
+    // File names need not be UTF-8.
+    std::printf("%s\n",
+                answer.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
 int plot(const PlotOptions& options) {
-    if (!options.out.ends_with(".png") && !options.out.ends_with(".svg")) {
-        throw cli::UsageError(options.out + ": the picture's name must end in .png or .svg");
+    const PictureKind kind = kind_of(options.out);
+    std::uint64_t bytes = 0;
+    if (const std::string reason = inspect::why_unreadable(options.file, bytes); !reason.empty()) {
+        throw cli::Failure(options.file + ": " + reason);
     }
-    if (!std::filesystem::is_regular_file(options.file)) {
-        throw cli::Failure(options.file + ": no such file, or no regular one");
-    }
+    // Found out before the work whether it may be there.
+    auto file = recording::naming_force([&] {
+        return posix::NewFile(
+            options.out, options.force ? posix::NewFile::Existing::Replace : posix::NewFile::Existing::Keep);
+    });
     inspect::silence_service_log();
-    cli::Progress progress(options.file + ": packets loaded", 0);
+    cli::Progress loading(options.file + ": packets loaded", 0);
     inspect::Timeline timeline(options.file, options.fps, options.ppf,
-                               [&](int packets) { progress.update(static_cast<std::uint64_t>(packets)); });
-    progress.clear();
+                               [&](int packets) { loading.update(static_cast<std::uint64_t>(packets)); });
+    loading.clear();
     if (timeline.packets() == 0) {
         throw cli::Failure(
             options.file +
             ": the player finds no ArtDmx packet in it; \"cuewright-recording check\" says why");
     }
     const Section section = make_section(options, timeline);
-    const LevelMap map = reduce(timeline, section);
+    cli::Progress reducing(options.file, timeline.packets());
+    const LevelMap map = reduce(timeline, section, [&](std::uint64_t packets) { reducing.update(packets); });
+    reducing.clear();
     if (map.universes.empty()) {
         throw cli::Failure(options.file + ": none of these universes has a packet in this section");
     }
@@ -83,7 +152,10 @@ int plot(const PlotOptions& options) {
                               (section.from.count() != 0 || section.to != timeline.duration()
                                    ? " of " + inspect::time_text(timeline.duration())
                                    : "")};
-    draw_picture(options.out, map, section, caption, options.width);
+    const Picture picture = draw(options, kind, map, section, caption);
+    file.stream().write(picture.bytes.data(), static_cast<std::streamsize>(picture.bytes.size()));
+    recording::naming_force([&] { file.commit(); });
+    print_result(options, map, section, caption, picture);
     return cli::kExitGood;
 }
 
@@ -101,8 +173,11 @@ void add_plot_command(CLI::App& program, std::function<int()>& chosen) {
     command->add_option("--width", options->width, "Width in pixels")
         ->check(CLI::Range(kLeastWidth, kMostWidth))
         ->capture_default_str();
-    command->add_option("--fps", options->fps, "Play as an effect with this fixed frame rate");
-    command->add_option("--ppf", options->ppf, "Packets per frame, with --fps");
+    CLI::Option* const fps =
+        command->add_option("--fps", options->fps, "Play as an effect with this fixed frame rate");
+    command->add_option("--ppf", options->ppf, "Packets per frame, with --fps")->needs(fps);
+    command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print what has been drawn as JSON");
     command->footer(
         "Exit status: 0 drawn; 1 not; 2 wrong command line.\n"
         "Examples:\n"

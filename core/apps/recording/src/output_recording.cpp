@@ -1,30 +1,11 @@
 #include "output_recording.h"
 
-#include <system_error>
-
-#include "cli/failure.h"
+#include "existing_file.h"
 
 namespace recording {
 
-namespace {
-
-/// Runs `step`; says of a file that is in the way what to do about it.
-template <typename Step>
-auto explaining(const Step& step) {
-    try {
-        return step();
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::file_exists) {
-            throw cli::Failure(std::string(error.what()) + " (--force replaces it)");
-        }
-        throw;
-    }
-}
-
-}  // namespace
-
 OutputRecording::OutputRecording(const std::string& path, bool force)
-    : file_(explaining([&] {
+    : file_(naming_force([&] {
           return posix::NewFile(path,
                                 force ? posix::NewFile::Existing::Replace : posix::NewFile::Existing::Keep);
       })),
@@ -32,7 +13,7 @@ OutputRecording::OutputRecording(const std::string& path, bool force)
 
 void OutputRecording::commit() {
     writer_.pad();
-    explaining([&] { file_.commit(); });
+    naming_force([&] { file_.commit(); });
 }
 
 }  // namespace recording

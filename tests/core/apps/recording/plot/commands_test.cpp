@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -207,12 +208,77 @@ TEST_F(RecordingCommandsTest, PlotSaysWhatItCannotDraw) {
         EXPECT_EQ(ending.status, 1);
         return ending.error;
     };
-    EXPECT_THAT(refusal({path("absent.rec"), path("p.png")}), HasSubstr("absent.rec: no such file"));
-    EXPECT_THAT(refusal({path(""), path("p.png")}), HasSubstr("no regular one"));
+    EXPECT_THAT(refusal({path("absent.rec"), path("p.png")}),
+                HasSubstr("absent.rec: No such file or directory"));
+    EXPECT_THAT(refusal({path(""), path("p.png")}), HasSubstr(": it is a directory"));
+    // Root may read what belongs to nobody, but not what has no end.
+    std::filesystem::create_symlink("circle.rec", path("circle.rec"));
+    EXPECT_THAT(refusal({path("circle.rec"), path("p.png")}), HasSubstr("circle.rec: Too many levels"));
     EXPECT_THAT(refusal({recording("empty.rec", Recording{}.raw("none")), path("p.png")}),
                 HasSubstr("finds no ArtDmx packet"));
     EXPECT_THAT(refusal({"--from", "1m", show, path("p.png")}), HasSubstr("the recording is 60 ms long"));
     EXPECT_THAT(refusal({"--universe", "9", show, path("p.png")}), HasSubstr("none of these universes"));
-    EXPECT_THAT(refusal({show, path("no/folder/p.png")}), HasSubstr("no/folder/p.png: "));
+    EXPECT_THAT(refusal({show, path("no/folder/p.png")}), HasSubstr("no/folder/p.png: No such file"));
+    EXPECT_FALSE(std::filesystem::exists(path("p.png")));
     EXPECT_THAT(refusal({show, "/dev/full/p.svg"}), HasSubstr("/dev/full/p.svg: "));
+}
+
+TEST_F(RecordingCommandsTest, APictureAppearsWholeOrNotAtAll) {
+    const std::string show = recording("show.rec", two_universes());
+    for (const char* const name : {"p.png", "p.svg"}) {
+        std::ofstream(path(name)) << "another";
+        const auto content = [&] {
+            std::ifstream file(path(name));
+            return std::string(std::istreambuf_iterator<char>(file), {});
+        };
+        const Ending refused = run({"plot", show, path(name)});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.error,
+                  "cuewright-recording: " + path(name) + ": File exists (--force replaces it)\n");
+        EXPECT_EQ(content(), "another");
+        // No room for it, as on a full disk.
+        tests::ChildProgram full(
+            {"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" plot --force \"$1\" \"$2\"",
+             CUEWRIGHT_RECORDING, show, path(name)},
+            {"ASAN_OPTIONS=detect_leaks=0"});
+        EXPECT_EQ(full.wait_exit(), 1);
+        EXPECT_EQ(full.error_output(), "cuewright-recording: " + path(name) + ": File too large\n");
+        EXPECT_EQ(content(), "another");
+        EXPECT_EQ(run({"plot", "--force", show, path(name)}).status, 0);
+        EXPECT_GT(content().size(), 1000U);
+    }
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
+        files += entry.is_regular_file() ? 1 : 0;
+    }
+    EXPECT_EQ(files, 3) << "nothing is left beside the two pictures and the recording";
+}
+
+TEST_F(RecordingCommandsTest, PlotSaysWhatItHasDrawn) {
+    const std::string show = recording("show.rec", two_universes());
+    const Ending line = run({"plot", "--width", "700", show, path("a.png")});
+    EXPECT_THAT(line.output, AllOf(StartsWith(path("a.png") + ": 700 x "),
+                                   testing::EndsWith(" pixels, 2 universes, 100 frames, 9.93 s\n")));
+    const Ending json =
+        run({"plot", "--json", "--width", "700", "--from", "1s", "--to", "3s", show, path("b.svg")});
+    const QJsonObject answer = QJsonDocument::fromJson(QByteArray::fromStdString(json.output)).object();
+    EXPECT_EQ(at(answer, "picture").toString().toStdString(), path("b.svg"));
+    EXPECT_EQ(at(answer, "width").toInt(), 700);
+    EXPECT_GE(at(answer, "height").toInt(), 330);
+    EXPECT_EQ(at(answer, "universes").toArray().size(), 2);
+    EXPECT_EQ(at(answer, "frames").toInt(), 20);
+    EXPECT_EQ(at(answer, "to_ns").toDouble(), 3e9);
+    EXPECT_EQ(at(at(answer, "intervals").toObject(), "p50_ns").toInt(), 100'000'000);
+    EXPECT_EQ(at(answer, "bytes").toDouble(), static_cast<double>(std::filesystem::file_size(path("b.svg"))));
+}
+
+TEST_F(RecordingCommandsTest, PacketsPerFrameNeedARate) {
+    const std::string show = recording("good.rec", good());
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"check", "--ppf", "1", show},
+                                                  {"plot", "--ppf", "1", show, path("p.png")}}) {
+        const Ending ending = run(words);
+        EXPECT_EQ(ending.status, 2);
+        EXPECT_THAT(ending.error, AllOf(HasSubstr("--ppf"), HasSubstr("--fps")));
+    }
+    EXPECT_EQ(run({"check", "--fps", "25", "--ppf", "1", show}).status, 0);
 }
