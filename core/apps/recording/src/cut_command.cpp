@@ -32,6 +32,7 @@ struct CutOptions {
     std::string from = "0";
     std::string to;
     bool force = false;
+    bool json = false;
 };
 
 int cut(const CutOptions& options) {
@@ -42,7 +43,8 @@ int cut(const CutOptions& options) {
         throw cli::UsageError("--to: expected a time after --from");
     }
     const std::vector<RecordingIndex> sources{index_recording(options.in, CutShort::Accept)};
-    write_edited(cut_recording(sources.front(), from, to), sources, options.out, options.force);
+    print_written(write_edited(cut_recording(sources.front(), from, to), sources, options.out, options.force),
+                  Counting::Packets, options.json);
     return cli::kExitGood;
 }
 
@@ -57,6 +59,7 @@ void add_cut_command(CLI::App& program, std::function<int()>& chosen) {
     command->add_option("--from", options->from, "Where to begin (default 0)")->type_name("TIME");
     command->add_option("--to", options->to, "Where to end (default: the end)")->type_name("TIME");
     command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print what has been written as JSON");
     command->callback([options, &chosen] { chosen = [options] { return cut(*options); }; });
 }
 

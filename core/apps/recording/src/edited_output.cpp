@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <unordered_set>
 #include <utility>
 
 #include <fcntl.h>
@@ -70,9 +69,12 @@ std::span<std::uint8_t> PacketSource::packet(std::uint64_t offset, std::size_t s
     return std::span(window_).subspan(at, size);
 }
 
-void write_edited(const EditedRecording& recording, const std::vector<RecordingIndex>& sources,
-                  const std::string& path, bool force) {
+WrittenSummary write_edited(const EditedRecording& recording, const std::vector<RecordingIndex>& sources,
+                            const std::string& path, bool force) {
     OutputRecording out(path, force);
+    WrittenSummary summary;
+    summary.path = path;
+    summary.is_special = out.is_special();
     std::vector<PacketSource> files;
     files.reserve(sources.size());
     for (const RecordingIndex& source : sources) {
@@ -80,17 +82,18 @@ void write_edited(const EditedRecording& recording, const std::vector<RecordingI
     }
     const std::vector<EditedPacket>& packets = recording.packets;
     cli::Progress progress(path, packets.size());
-    std::unordered_set<int> universes;
+    std::uint64_t timings = 0;
     for (std::size_t index = 0; index < packets.size(); ++index) {
         const EditedPacket& packet = packets[index];
         const std::span<std::uint8_t> bytes = files[packet.source].packet(packet.offset, packet.size);
         bytes[offsetof(ArtDmx, SubUni)] = static_cast<std::uint8_t>(packet.universe & 0xFF);
         bytes[offsetof(ArtDmx, Net)] = static_cast<std::uint8_t>(packet.universe >> 8);
         out.writer().raw_dmx(bytes);
-        universes.insert(packet.universe);
+        summary.universes.insert(packet.universe);
         const auto next = index + 1 < packets.size() ? packets[index + 1].begin : recording.end;
         if (next > packet.begin || packet.ends_frame_of_no_time) {
             out.writer().frame_delay(next - packet.begin);
+            ++timings;
         }
         progress.update(index + 1);
     }
@@ -98,12 +101,16 @@ void write_edited(const EditedRecording& recording, const std::vector<RecordingI
     progress.clear();
     for (const RecordingIndex& source : sources) {
         tell_left_out(source);
+        summary.repeated += source.stale;
+        summary.passed_over += source.passed_over;
     }
-    if (!out.is_special()) {
-        std::printf("%s: %zu packets of %zu universe%s, %s, of which the last frame stands 30 ms\n",
-                    path.c_str(), packets.size(), universes.size(), universes.size() == 1 ? "" : "s",
-                    cli::time_text(packets.back().begin + kLastFrameTime).c_str());
+    summary.bytes = out.writer().size();
+    summary.packets = packets.size();
+    if (timings != 0) {
+        summary.frames = timings;
     }
+    summary.duration = packets.back().begin + kLastFrameTime;
+    return summary;
 }
 
 }  // namespace recording

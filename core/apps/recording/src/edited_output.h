@@ -10,6 +10,7 @@
 
 #include "edit.h"
 #include "posix/file_descriptor.h"
+#include "written_summary.h"
 
 namespace recording {
 
@@ -31,14 +32,14 @@ private:
 };
 
 /**
- * Writes the recording whole or not at all, with nanosecond timing packets; shows progress, and prints what
- * has been written, and on standard error what of the sources was left out.
+ * Writes the recording whole or not at all, with nanosecond timing packets; shows progress, and says on
+ * standard error what of the sources was left out.
  *
  * @param sources  where the packets' numbers point
  * @param force    replace a file that is there
  * Throws cli::Failure and std::system_error, which name the file.
  */
-void write_edited(const EditedRecording& recording, const std::vector<RecordingIndex>& sources,
-                  const std::string& path, bool force);
+WrittenSummary write_edited(const EditedRecording& recording, const std::vector<RecordingIndex>& sources,
+                            const std::string& path, bool force);
 
 }  // namespace recording

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "cli/value_text.h"
 #include "generator.h"
 #include "output_recording.h"
+#include "written_summary.h"
 
 namespace recording {
 
@@ -54,6 +54,7 @@ struct GenerateOptions {
     std::string timing = "ns";
     Generation generation;
     bool force = false;
+    bool json = false;
 };
 
 int generate(const GenerateOptions& options) {
@@ -70,16 +71,18 @@ int generate(const GenerateOptions& options) {
     }
     OutputRecording out(options.out, options.force);
     cli::Progress progress(options.out, frame_count(generation));
-    const std::chrono::nanoseconds duration =
+    WrittenSummary summary;
+    summary.duration =
         generate_recording(generation, out.writer(), [&](std::uint64_t frames) { progress.update(frames); });
     out.commit();
     progress.clear();
-    if (!out.is_special()) {
-        std::printf("%s: %llu frames of %zu universe%s, %s, of which the last frame stands 30 ms\n",
-                    options.out.c_str(), static_cast<unsigned long long>(frame_count(generation)),
-                    generation.universes.size(), generation.universes.size() == 1 ? "" : "s",
-                    cli::time_text(duration).c_str());
-    }
+    summary.path = options.out;
+    summary.is_special = out.is_special();
+    summary.bytes = out.writer().size();
+    summary.frames = frame_count(generation);
+    summary.universes.insert(generation.universes.begin(), generation.universes.end());
+    summary.packets = *summary.frames * generation.universes.size();
+    print_written(summary, Counting::Frames, options.json);
     return cli::kExitGood;
 }
 
@@ -110,6 +113,7 @@ void add_generate_command(CLI::App& program, std::function<int()>& chosen) {
         ->type_name("UNIT");
     command->add_option("--seed", generation.seed, "Where random begins (default 1)")->type_name("N");
     command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print what has been written as JSON");
     command->callback([options, &chosen] { chosen = [options] { return generate(*options); }; });
 }
 

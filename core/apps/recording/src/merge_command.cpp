@@ -25,6 +25,7 @@ struct MergeOptions {
     std::string out;
     std::vector<std::string> in;
     bool force = false;
+    bool json = false;
 };
 
 int merge(const MergeOptions& options) {
@@ -32,7 +33,8 @@ int merge(const MergeOptions& options) {
     for (const std::string& file : options.in) {
         sources.push_back(index_recording(file, CutShort::Refuse));
     }
-    write_edited(merge_recordings(sources), sources, options.out, options.force);
+    print_written(write_edited(merge_recordings(sources), sources, options.out, options.force),
+                  Counting::Packets, options.json);
     return cli::kExitGood;
 }
 
@@ -46,6 +48,7 @@ void add_merge_command(CLI::App& program, std::function<int()>& chosen) {
     command->add_option("OUT", options->out, "Recording to write")->required()->type_name("");
     command->add_option("IN", options->in, "Recordings to read")->required()->type_name("");
     command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print what has been written as JSON");
     command->callback([options, &chosen] { chosen = [options] { return merge(*options); }; });
 }
 

@@ -25,6 +25,7 @@ struct RemapOptions {
     std::string out;
     std::vector<std::string> rules;
     bool force = false;
+    bool json = false;
 };
 
 int remap(const RemapOptions& options) {
@@ -33,7 +34,8 @@ int remap(const RemapOptions& options) {
         rules.push_back(parse_renumbering(rule));
     }
     const std::vector<RecordingIndex> sources{index_recording(options.in, CutShort::Refuse)};
-    write_edited(remap_recording(sources.front(), rules), sources, options.out, options.force);
+    print_written(write_edited(remap_recording(sources.front(), rules), sources, options.out, options.force),
+                  Counting::Packets, options.json);
     return cli::kExitGood;
 }
 
@@ -49,6 +51,7 @@ void add_remap_command(CLI::App& program, std::function<int()>& chosen) {
         ->required()
         ->type_name("");
     command->add_flag("--force", options->force, "Replace OUT if it is there");
+    command->add_flag("--json", options->json, "Print what has been written as JSON");
     command->callback([options, &chosen] { chosen = [options] { return remap(*options); }; });
 }
 

@@ -39,10 +39,8 @@ protected:
     /// Writes what an edit gives; returns its path.
     std::string write(const EditedRecording& edited, const std::vector<RecordingIndex>& sources,
                       const std::string& name = "out.rec") {
-        testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        write_edited(edited, sources, files_.path(name), true);
-        printed_ = testing::internal::GetCapturedStdout();
+        summary_ = write_edited(edited, sources, files_.path(name), true);
         told_ = testing::internal::GetCapturedStderr();
         return files_.path(name);
     }
@@ -68,7 +66,7 @@ protected:
     }
 
     tests::RecordingFiles files_;
-    std::string printed_;
+    WrittenSummary summary_;
     std::string told_;
 };
 
@@ -78,7 +76,7 @@ TEST_F(RecordingEditTest, CutTakesTheFramesThatBeginInTheRange) {
                 ElementsAre("1@0:2", "2@0:2", "1@10000:3", "2@10000:3", "=40000"));
     EXPECT_THAT(played(cut(path, 0ns, std::chrono::nanoseconds::max())), testing::ContainerEq(played(path)));
     EXPECT_THAT(played(cut(path, 0ns, 1ns)), ElementsAre("1@0:1", "2@0:1", "=30000"));
-    EXPECT_THAT(printed_,
+    EXPECT_THAT(written_text(summary_, Counting::Packets),
                 HasSubstr("2 packets of 2 universes, 0.03 s, of which the last frame stands 30 ms"));
 }
 
@@ -252,6 +250,8 @@ TEST_F(RecordingEditTest, WhatPlaybackRepeatsOrPassesOverIsLeftOutAndTold) {
                         ": packets left out, which its incomplete last block makes playback repeat: 24\n"),
               HasSubstr(path + ": packets left out, which playback passes over: 1\n")));
     EXPECT_EQ(std::filesystem::file_size(out) % 512, 0U);
+    EXPECT_EQ(summary_.repeated, 24U);
+    EXPECT_EQ(summary_.passed_over, 1U);
 }
 
 TEST_F(RecordingEditTest, AFileThatIsCutShortIsRefusedOrGivesAllButItsLastPacket) {
@@ -285,7 +285,8 @@ TEST_F(RecordingEditTest, AFileThatChangesWhileItIsReadIsAnErrorAndNothingIsWrit
     const RecordingIndex source = index(path);
     std::filesystem::resize_file(path, 10);
     EXPECT_THAT(refusal_of<cli::Failure>([&] {
-                    write_edited(cut_recording(source, 0ns, 1h), {source}, files_.path("out.rec"), false);
+                    static_cast<void>(write_edited(cut_recording(source, 0ns, 1h), {source},
+                                                   files_.path("out.rec"), false));
                 }),
                 EndsWith("a.rec: has changed while it was read"));
     EXPECT_THAT(files_.names(), ElementsAre("a.rec"));
@@ -294,8 +295,9 @@ TEST_F(RecordingEditTest, AFileThatChangesWhileItIsReadIsAnErrorAndNothingIsWrit
 TEST_F(RecordingEditTest, AnExistingFileIsKeptUnlessForced) {
     const std::string path = files_.padded("a.rec", five_frames());
     const RecordingIndex source = index(path);
-    EXPECT_EQ(refusal_of<cli::Failure>(
-                  [&] { write_edited(cut_recording(source, 0ns, 10ms), {source}, path, false); }),
+    EXPECT_EQ(refusal_of<cli::Failure>([&] {
+                  static_cast<void>(write_edited(cut_recording(source, 0ns, 10ms), {source}, path, false));
+              }),
               path + ": File exists (--force replaces it)");
     EXPECT_EQ(played(path).back(), "=70000");
     write(cut_recording(source, 0ns, 10ms), {source}, "a.rec");

@@ -92,6 +92,35 @@ TEST_F(RecordingProgramTest, WhatIsGeneratedIsToldAndPlaysLikeThat) {
     EXPECT_THAT(tests::types_of(path("ms.rec")), ElementsAre(0x5000, 0xFF, 0x5000, 0xFF));
 }
 
+TEST_F(RecordingProgramTest, WhatMakesARecordingSaysSoToProgramsToo) {
+    const std::string a = path("a.rec");
+    const std::string b = path("b.rec");
+    const std::string c = path("c.rec");
+    const std::string tail = R"(,"last_frame_ns":30000000,"left_out":{"repeated":0,"passed_over":0}})";
+    EXPECT_EQ(
+        run({"generate", "--json", "--universes", "3,1", "--channels", "2", "--seconds", "0.1", a}).output,
+        R"({"file":")" + a +
+            R"(","bytes":512,"packets":8,"frames":4,"universes":[1,3],"duration_ns":105000000)" + tail +
+            "\n");
+    EXPECT_EQ(std::filesystem::file_size(a), 512U);
+    EXPECT_EQ(run({"cut", "--json", "--from", "0.05", a, b}).output,
+              R"({"file":")" + b +
+                  R"(","bytes":512,"packets":4,"frames":2,"universes":[1,3],"duration_ns":55000000)" + tail +
+                  "\n");
+    EXPECT_EQ(run({"remap", "--json", b, c, "1=7", "3=8"}).output,
+              R"({"file":")" + c +
+                  R"(","bytes":512,"packets":4,"frames":2,"universes":[7,8],"duration_ns":55000000)" + tail +
+                  "\n");
+    EXPECT_THAT(run({"merge", "--json", path("d.rec"), a, c}).output,
+                HasSubstr(R"("packets":12,"frames":4,"universes":[1,3,7,8],"duration_ns":105000000)"));
+    const std::string untimed = files_.padded("u.rec", Recording{}.dmx(1, {1}).dmx(1, {2}));
+    EXPECT_THAT(run({"remap", "--json", untimed, path("v.rec"), "1=7"}).output,
+                HasSubstr(R"("packets":2,"frames":null,"universes":[7])"));
+    // A device gets the recording; what is asked for is said all the same.
+    EXPECT_THAT(run({"generate", "/dev/null"}).output, IsEmpty());
+    EXPECT_THAT(run({"generate", "--json", "/dev/null"}).output, StartsWith(R"({"file":"/dev/null",)"));
+}
+
 TEST_F(RecordingProgramTest, AnExistingFileIsKeptUnlessForced) {
     ASSERT_EQ(run({"generate", path("a.rec"), "--seconds", "0.05"}).status, 0);
     const std::vector<std::string> before = played(path("a.rec"));
