@@ -1,29 +1,20 @@
 // The real discovery, service, forwarder and simulated nodes on a network of this test's own.
 #include <csignal>
-#include <fstream>
 #include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusReply>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include "controller.h"
+#include "discovery_rig.h"
 #include "forwarder_socket.h"
-#include "ondra/artnet_node_map.h"
-#include "posix/file_descriptor.h"
-#include "posix/ipv4.h"
 #include "service.h"
 #include "service_test.h"
-#include "session_bus.h"
 #include "support/child_program.h"
 #include "support/eventually.h"
-#include "support/private_network.h"
 #include "support/recording.h"
 #include "support/show_directory.h"
 
@@ -37,134 +28,6 @@ using testing::Not;
 using tests::ChildProgram;
 
 namespace {
-
-/// A network with a broadcast address, the discovery's address in it, and two for nodes.
-const std::string kObstacle =
-    tests::enter_private_network({"link add near type veth peer name far", "addr add 10.77.0.1/24 dev near",
-                                  "addr add 10.77.0.2/24 dev near", "addr add 10.77.0.3/24 dev near",
-                                  "link set near up", "link set far up"});
-
-constexpr const char* kNode = "10.77.0.2";
-constexpr const char* kStaticNode = "10.77.0.3";
-constexpr int kUniverse = 5;
-
-/// Hears the discovery's signal and keeps the map that a player would have.
-class Listener : public QObject {
-    Q_OBJECT
-
-public:
-    explicit Listener(const std::string& address) : connection_(address) {
-        EXPECT_TRUE(connection_.bus().connect(
-            QStringLiteral("com.torvexserver.Netsurvey"), QStringLiteral("/"),
-            QStringLiteral("com.torvexserver.Netsurvey.Dump"), QStringLiteral("OnArtnetNodesUpdated"), this,
-            SLOT(on_nodes_updated(QString))));
-    }
-
-    [[nodiscard]] std::vector<ondra::ArtnetNode> nodes_of(int universe) { return map_[universe]; }
-    /// Waits until exactly this node is in the universe; none: an empty text.
-    [[nodiscard]] bool wait_for(int universe, const std::string& address) {
-        return eventually([&] {
-            const std::vector<ondra::ArtnetNode> nodes = nodes_of(universe);
-            return address.empty() ? nodes.empty() : nodes.size() == 1 && nodes[0].ip == address;
-        });
-    }
-    /// Calls a method of the discovery's.
-    QString call(const char* method) {
-        const QDBusReply<QString> reply = connection_.bus().call(QDBusMessage::createMethodCall(
-            QStringLiteral("com.torvexserver.Netsurvey"), QStringLiteral("/"),
-            QStringLiteral("com.torvexserver.Netsurvey.Dump"), QLatin1String(method)));
-        return reply.isValid() ? reply.value() : QStringLiteral("error: ") + reply.error().message();
-    }
-    [[nodiscard]] bool has_owner(const char* name) {
-        return connection_.bus().interface()->isServiceRegistered(QLatin1String(name));
-    }
-    /// Whether whoever has the name answers a ping.
-    [[nodiscard]] bool answers_ping(const char* name) {
-        const QDBusMessage ping = QDBusMessage::createMethodCall(QLatin1String(name), QStringLiteral("/"),
-                                                                 QStringLiteral("org.freedesktop.DBus.Peer"),
-                                                                 QStringLiteral("Ping"));
-        return connection_.bus().call(ping, QDBus::Block, 60'000).type() == QDBusMessage::ReplyMessage;
-    }
-
-public Q_SLOTS:
-    void on_nodes_updated(const QString& message) { ondra::update_artnet_node_map(message, map_); }
-
-private:
-    BusConnection connection_;
-    ondra::ArtnetNodeMap map_;
-};
-
-class DiscoveryTest : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!kObstacle.empty()) {
-            GTEST_SKIP() << kObstacle;
-        }
-        make_application();
-        bus_ = std::make_unique<SessionBus>(directory_.path().toStdString());
-        ASSERT_TRUE(bus_->running()) << "no bus: is dbus-daemon installed?";
-    }
-
-    [[nodiscard]] std::string path(const char* name) const {
-        return directory_.path().toStdString() + "/" + name;
-    }
-    [[nodiscard]] std::vector<std::string> bus_environment() const {
-        return {"DBUS_SESSION_BUS_ADDRESS=" + bus_->address()};
-    }
-    [[nodiscard]] const SessionBus& bus() const { return *bus_; }
-
-    void start_discovery(std::vector<std::string> arguments = {}) {
-        // Quick, so that the test is; a node that is slow to answer may go and come back meanwhile.
-        arguments.insert(arguments.begin(), {NETSURVEY_PROGRAM, "--interval", "0.1", "--expiry", "1",
-                                             "--state", path("state"), "--verbose"});
-        discovery_ = std::make_unique<ChildProgram>(arguments, bus_environment());
-        ASSERT_TRUE(discovery_->wait_for_error("polling port 6454")) << discovery_->error_output();
-    }
-    /// Without a chance to do anything about it.
-    void kill_discovery() { discovery_.reset(); }
-    [[nodiscard]] ChildProgram& discovery() { return *discovery_; }
-
-    void start_node(const std::string& universes = std::to_string(kUniverse)) {
-        node_ = std::make_unique<ChildProgram>(std::vector<std::string>{
-            NODE_PROGRAM, "--universe", universes, "--name", "front", "--address", kNode, "--json"});
-        ASSERT_TRUE(node_->wait_for_error("listening at")) << node_->error_output();
-    }
-    void stop_node() {
-        node_->signal(SIGTERM);
-        EXPECT_EQ(node_->wait_exit(), 0);
-    }
-    /// ArtDmx packets that the node has counted.
-    [[nodiscard]] int frames_of_node() {
-        node_->signal(SIGUSR1);
-        const QList<QByteArray> lines = QByteArray::fromStdString(node_->output()).split('\n');
-        int frames = 0;
-        for (const QByteArray& line : lines) {
-            frames = std::max(frames,
-                              QJsonDocument::fromJson(line).object().value(QLatin1String("packets")).toInt());
-        }
-        return frames;
-    }
-
-    /// Shows the list in another run of the program.
-    [[nodiscard]] std::string list(const std::vector<std::string>& arguments = {}) const {
-        std::vector<std::string> command{NETSURVEY_PROGRAM, "--list"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        ChildProgram program(command, bus_environment());
-        EXPECT_EQ(program.wait_exit(), 0) << program.error_output();
-        return program.output();
-    }
-    [[nodiscard]] std::string static_nodes() const {
-        std::ofstream(path("static.json")) << R"([{"address": ")" << kStaticNode << R"(", "universes": [)"
-                                           << kUniverse << R"(], "name": "rack"}])";
-        return path("static.json");
-    }
-
-private:
-    QTemporaryDir directory_;
-    std::unique_ptr<SessionBus> bus_;
-    std::unique_ptr<ChildProgram> discovery_;
-    std::unique_ptr<ChildProgram> node_;
-};
 
 /// With a show that goes to the nodes, and the forwarder, which tells what is sent where.
 class PlayingDiscoveryTest : public DiscoveryTest {
@@ -283,32 +146,6 @@ TEST_F(DiscoveryTest, TheListIsMadeOnTheSpotWhenNoDiscoveryRuns) {
     }));
 }
 
-TEST_F(DiscoveryTest, WhatCannotBeDoneIsSaid) {
-    start_discovery();
-    ChildProgram second({NETSURVEY_PROGRAM, "--state", path("other")}, bus_environment());
-    EXPECT_EQ(second.wait_exit(), 3);
-    EXPECT_THAT(second.error_output(), HasSubstr("another discovery has it"));
-    discovery().signal(SIGINT);
-    EXPECT_EQ(discovery().wait_exit(), 0);
-
-    const posix::FileDescriptor taken(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = posix::ipv4_sockaddr(INADDR_ANY, 7000);
-    ASSERT_EQ(bind(taken.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ChildProgram without_port({NETSURVEY_PROGRAM, "--state", path("other"), "--port", "7000"},
-                              bus_environment());
-    EXPECT_EQ(without_port.wait_exit(), 1);
-    EXPECT_THAT(without_port.error_output(),
-                HasSubstr("cannot bind the wildcard address for port 7000: Address already"));
-    ChildProgram without_file({NETSURVEY_PROGRAM, "--static", path("none")}, bus_environment());
-    EXPECT_EQ(without_file.wait_exit(), 1);
-    EXPECT_THAT(without_file.error_output(), HasSubstr("none: No such file"));
-    ChildProgram without_bus({NETSURVEY_PROGRAM}, {"DBUS_SESSION_BUS_ADDRESS=unix:path=" + path("none")});
-    EXPECT_EQ(without_bus.wait_exit(), 1);
-    EXPECT_THAT(without_bus.error_output(), HasSubstr("no session bus"));
-    ChildProgram wrong({NETSURVEY_PROGRAM, "--expiry", "1"});
-    EXPECT_EQ(wrong.wait_exit(), 2);
-}
-
 TEST_F(PlayingDiscoveryTest, APlayerThatComesLaterKnowsAllNodesAndTheirFramesArrive) {
     Listener listener(bus().address());
     start_node();
@@ -361,5 +198,3 @@ TEST_F(PlayingDiscoveryTest, APlayerThatSubscribesLongAfterItTookItsNameKnowsAll
     play();
     expect_frames_to(kStaticNode);
 }
-
-#include "discovery_test.moc"
