@@ -9,6 +9,7 @@
 #include "cli/failure.h"
 #include "cli/value_text.h"
 #include "posix/ipv4.h"
+#include "posix/port_sharing.h"
 
 namespace capture {
 
@@ -94,6 +95,10 @@ std::unique_ptr<Source> open_source(const SourceOptions& options, const std::str
     }
     std::fprintf(stderr, "%s: listening on %s, receive buffer %d bytes\n", program.c_str(),
                  source->place().c_str(), source->receive_buffer());
+    for (const std::string& line : posix::robbed_of_unicast(source->descriptor())) {
+        std::fprintf(stderr, "%s: %s; watch with --packet-socket to leave it there\n", program.c_str(),
+                     line.c_str());
+    }
     if (const std::string advice = receive_buffer_advice(source->receive_buffer()); !advice.empty()) {
         std::fprintf(stderr, "%s: %s\n", program.c_str(), advice.c_str());
     }

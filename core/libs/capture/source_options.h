@@ -45,8 +45,8 @@ void add_source_options(CLI::App& command, SourceOptions& options);
 /// @param idle_help  what it is that does not come for a time, as a sentence without a full stop
 void add_limit_options(CLI::App& command, LimitOptions& options, const std::string& idle_help);
 
-/// Opens what the options name and says on standard error where it listens, and what to do about a small
-/// receive buffer. Throws cli::UsageError and SourceError.
+/// Opens what the options name and says on standard error where it listens, whose unicast that takes, and
+/// what to do about a small receive buffer. Throws cli::UsageError and SourceError.
 [[nodiscard]] std::unique_ptr<Source> open_source(const SourceOptions& options, const std::string& program);
 
 }  // namespace capture

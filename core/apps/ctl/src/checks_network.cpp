@@ -4,14 +4,16 @@
 #include <netinet/in.h>
 
 #include "checks.h"
-#include "udp_table.h"
+#include "posix/udp_table.h"
 
 namespace ctl {
 
 namespace {
 
+using posix::UdpSocket;
+
 constexpr int kArtNetPort = 6454;
-/// What the system leaves of the forwarder's name.
+/// What the system leaves of the forwarder's name at least.
 constexpr const char* kForwarderName = "cuewright-forwa";
 
 // What the kernel charges for one waiting datagram, and how many a burst has; it grants twice of what is
@@ -31,11 +33,6 @@ const UdpSocket* find_listener(const std::vector<UdpSocket>& sockets, std::uint3
     return found == sockets.end() ? nullptr : &*found;
 }
 
-std::string holder_text(const std::optional<SocketHolder>& holder) {
-    return holder ? holder->name + " (process " + std::to_string(holder->process) + ")"
-                  : "a process that this user may not look into";
-}
-
 Finding no_table(const char* check) {
     return {check, Verdict::Unknown, "the system's table of UDP sockets cannot be read", ""};
 }
@@ -43,7 +40,7 @@ Finding no_table(const char* check) {
 }  // namespace
 
 Finding check_forwarder(const std::string& root) {
-    const std::optional<std::vector<UdpSocket>> sockets = read_udp_table(root);
+    const std::optional<std::vector<UdpSocket>> sockets = posix::read_udp_table(root);
     if (!sockets) {
         return no_table("forwarder");
     }
@@ -55,23 +52,23 @@ Finding check_forwarder(const std::string& root) {
                 other == nullptr
                     ? "nobody listens on 127.0.0.1:6454"
                     : "nobody listens on 127.0.0.1:6454 itself; what the service sends goes to " +
-                          holder_text(holder_of(other->inode, root)) +
+                          posix::text_of(posix::holder_of(other->inode, root)) +
                           ", which has port 6454 on all addresses",
                 start};
     }
-    const std::optional<SocketHolder> holder = holder_of(listener->inode, root);
-    if (holder && holder->name != kForwarderName) {
-        return {"forwarder", Verdict::Problem, holder_text(holder) + " has 127.0.0.1:6454",
+    const std::optional<posix::SocketHolder> holder = posix::holder_of(listener->inode, root);
+    if (holder && !holder->name.starts_with(kForwarderName)) {
+        return {"forwarder", Verdict::Problem, posix::text_of(holder) + " has 127.0.0.1:6454",
                 "end that program, then " + start};
     }
-    return {"forwarder", Verdict::Good, holder_text(holder) + " listens on 127.0.0.1:6454", ""};
+    return {"forwarder", Verdict::Good, posix::text_of(holder) + " listens on 127.0.0.1:6454", ""};
 }
 
 Finding check_ports(const std::string& root, const std::optional<std::set<int>>& ports) {
     if (!ports) {
         return {"ports", Verdict::Unknown, "not to be found out without the data directory", ""};
     }
-    const std::optional<std::vector<UdpSocket>> sockets = read_udp_table(root);
+    const std::optional<std::vector<UdpSocket>> sockets = posix::read_udp_table(root);
     if (!sockets) {
         return no_table("ports");
     }

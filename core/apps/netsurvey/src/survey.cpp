@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "posix/ipv4.h"
+#include "posix/port_sharing.h"
 
 namespace netsurvey {
 
@@ -31,6 +32,9 @@ Survey::Survey(const SurveySettings& settings, std::function<void(const Changes&
     QObject::connect(&expiry_timer_, &QTimer::timeout, &expiry_timer_, [this] { expire(); });
     // Qt's usual timers may be late by a twentieth, which is out of the range that the protocol asks for.
     poll_timer_.setTimerType(Qt::PreciseTimer);
+    for (const std::string& line : posix::robbed_of_unicast(socket_.descriptor())) {
+        log_(line + "; it should bind the address of its interface, or watch with --packet-socket");
+    }
 }
 
 void Survey::start() {

@@ -12,7 +12,6 @@
 
 #include "support/recording.h"
 #include "support/show_directory.h"
-#include "udp_table.h"
 
 using ctl::BusFacts;
 using ctl::Finding;
@@ -213,14 +212,4 @@ TEST(ChecksTest, Data) {
     show.file("playlists/playlists.json", "[]");
     expect_problem(ctl::check_data(ctl::read_show(directory), ""), "has no playlist", "cuewright-check");
     EXPECT_EQ(ctl::check_data({}, "the service is not there").verdict, Verdict::Unknown);
-}
-
-TEST(UdpTableTest, LinesThatAreNoSocketsAreLeftOut) {
-    const std::vector<ctl::UdpSocket> sockets = ctl::parse_udp_table(
-        "heading\n\n 1: zz:1936 0 07\n 2: 0100007F:1936 00000000:0000 07 a b c d e 55 2\n");
-    ASSERT_EQ(sockets.size(), 1U);
-    EXPECT_EQ(sockets[0].address, 0x7F000001U);
-    EXPECT_EQ(sockets[0].port, 6454);
-    EXPECT_EQ(sockets[0].inode, "55");
-    EXPECT_FALSE(sockets[0].connected);
 }

@@ -50,7 +50,7 @@ TEST_F(DoctorTest, ADeviceThatIsWell) {
         << ending.error;
     EXPECT_THAT(ending.output, HasSubstr("good     service    process " +
                                          std::to_string(service().program().pid()) + " answers"));
-    EXPECT_THAT(ending.output, HasSubstr("good     forwarder  cuewright-forwa (process " +
+    EXPECT_THAT(ending.output, HasSubstr("good     forwarder  cuewright-forwarder (process " +
                                          std::to_string(forwarder.pid()) + ") listens on 127.0.0.1:6454"));
     EXPECT_THAT(ending.output, HasSubstr("good     discovery  knows 1 node\n"));
     EXPECT_THAT(ending.output, HasSubstr("good     data       " + data_root() + ": 1 playlist can be read"));

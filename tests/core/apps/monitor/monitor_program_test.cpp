@@ -11,6 +11,8 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <QTemporaryDir>
 
@@ -19,6 +21,8 @@
 #include <nlohmann/json.hpp>
 
 #include "artnet/forwarding_datagram.h"
+#include "posix/file_descriptor.h"
+#include "posix/ipv4.h"
 #include "support/artnet_sender.h"
 #include "support/child_program.h"
 #include "support/recording.h"
@@ -91,6 +95,30 @@ TEST(MonitorProgramTest, WrappedDatagramsAreShownByTheirDestination) {
     ArtNetSender().send(port, bytes);
     ASSERT_EQ(program.wait_exit(), 0) << program.error_output();
     EXPECT_THAT(program.output(), HasSubstr("universe 6 to 10.0.0.9:6454: "));
+}
+
+TEST(MonitorProgramTest, WhoLosesItsUnicastToTheMonitorIsNamed) {
+    // As the discovery has its port.
+    const posix::FileDescriptor discovery(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int on = 1;
+    sockaddr_in place = posix::ipv4_sockaddr(INADDR_ANY, 0);
+    socklen_t size = sizeof place;
+    ASSERT_EQ(setsockopt(discovery.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
+    ASSERT_EQ(bind(discovery.get(), reinterpret_cast<const sockaddr*>(&place), size), 0);
+    ASSERT_EQ(getsockname(discovery.get(), reinterpret_cast<sockaddr*>(&place), &size), 0);
+    const std::uint16_t port = ntohs(place.sin_port);
+
+    ChildProgram program({MONITOR_PROGRAM, "--port", std::to_string(port)});
+    ASSERT_EQ(port_of(program), port) << program.error_output();
+    EXPECT_TRUE(program.wait_for_error(
+        "monitor_program_test (process " + std::to_string(getpid()) + ") shares *:" + std::to_string(port) +
+        "; unicast that came to it comes here now; watch with --packet-socket"))
+        << program.error_output();
+    // And so it does.
+    ArtNetSender().send(port, tests::dmx_packet(5, {7}));
+    EXPECT_TRUE(program.wait_for_output("universe 5 from ")) << program.output();
+    char byte = 0;
+    EXPECT_EQ(recv(discovery.get(), &byte, sizeof byte, 0), -1);
 }
 
 class MonitorCompareTest : public testing::Test {

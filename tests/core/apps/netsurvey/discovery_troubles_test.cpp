@@ -39,6 +39,19 @@ TEST_F(DiscoveryTest, WhatCannotBeDoneIsSaid) {
     EXPECT_EQ(wrong.wait_exit(), 2);
 }
 
+TEST_F(DiscoveryTest, BesideAnotherProgramOnThePortOneOfThemSaysWhoLosesItsUnicast) {
+    ChildProgram monitor({MONITOR_PROGRAM});
+    ASSERT_TRUE(monitor.wait_for_error("listening on 0.0.0.0:6454")) << monitor.error_output();
+    start_discovery();
+    EXPECT_TRUE(discovery().wait_for_error("cuewright-monitor (process " + std::to_string(monitor.pid()) +
+                                           ") shares *:6454; unicast that came to it comes here now"))
+        << discovery().error_output();
+    ChildProgram second({MONITOR_PROGRAM});
+    EXPECT_TRUE(second.wait_for_error("cuewright-netsurvey (process " + std::to_string(discovery().pid()) +
+                                      ") shares *:6454; unicast that came to it comes here now"))
+        << second.error_output();
+}
+
 TEST_F(DiscoveryTest, GarbageFromTheNetworkDoesNoHarm) {
     Listener listener(bus().address());
     start_discovery({"--interface", "near"});

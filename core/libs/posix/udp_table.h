@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace ctl {
+namespace posix {
 
 /// A line of /proc/net/udp.
 struct UdpSocket {
@@ -22,16 +22,19 @@ struct UdpSocket {
 [[nodiscard]] std::vector<UdpSocket> parse_udp_table(const std::string& table);
 
 /// The table of this network; nothing when it cannot be read. @param root  stands before /proc
-[[nodiscard]] std::optional<std::vector<UdpSocket>> read_udp_table(const std::string& root);
+[[nodiscard]] std::optional<std::vector<UdpSocket>> read_udp_table(const std::string& root = "");
 
 /// A process that holds a socket.
 struct SocketHolder {
     int process = 0;
-    /// As the system cuts it, at 15 characters.
+    /// Cut at 15 characters where this user may not see more.
     std::string name;
 };
 
 /// Nothing when nobody is seen to hold it, usually because it is somebody else's process.
-[[nodiscard]] std::optional<SocketHolder> holder_of(const std::string& inode, const std::string& root);
+[[nodiscard]] std::optional<SocketHolder> holder_of(const std::string& inode, const std::string& root = "");
 
-}  // namespace ctl
+/// "NAME (process ID)", or that it is not to be seen.
+[[nodiscard]] std::string text_of(const std::optional<SocketHolder>& holder);
+
+}  // namespace posix

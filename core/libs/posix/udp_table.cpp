@@ -1,4 +1,4 @@
-#include "udp_table.h"
+#include "posix/udp_table.h"
 
 #include <algorithm>
 #include <array>
@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-namespace ctl {
+namespace posix {
 
 namespace {
 
@@ -23,6 +23,8 @@ constexpr std::size_t kLocal = 1;
 constexpr std::size_t kRemote = 2;
 constexpr std::size_t kInode = 9;
 constexpr int kHexadecimal = 16;
+/// Characters that the system keeps of a process's name.
+constexpr std::size_t kNameLimit = 15;
 
 template <typename Number>
 bool read_hexadecimal(std::string_view text, Number& number) {
@@ -40,6 +42,16 @@ std::string first_line(const fs::path& path) {
     std::string line;
     std::getline(file, line);
     return line;
+}
+
+/// The name of a process. The system cuts it; where the program's file may be seen, its name is whole.
+std::string name_of(const fs::path& process) {
+    const std::string name = first_line(process / "comm");
+    std::error_code failed;
+    const std::string file = fs::read_symlink(process / "exe", failed).filename().string();
+    const std::string whole = file.substr(0, file.find(" (deleted)"));
+    // A script's file is its interpreter's.
+    return !failed && name.size() == kNameLimit && whole.starts_with(name) ? whole : name;
 }
 
 bool holds(const fs::path& process, const std::string& link) {
@@ -97,10 +109,15 @@ std::optional<SocketHolder> holder_of(const std::string& inode, const std::strin
          entry.increment(failed)) {
         const std::string name = entry->path().filename().string();
         if (is_number(name) && holds(entry->path(), link)) {
-            return SocketHolder{std::stoi(name), first_line(entry->path() / "comm")};
+            return SocketHolder{std::stoi(name), name_of(entry->path())};
         }
     }
     return std::nullopt;
 }
 
-}  // namespace ctl
+std::string text_of(const std::optional<SocketHolder>& holder) {
+    return holder ? holder->name + " (process " + std::to_string(holder->process) + ")"
+                  : "a process that this user may not look into";
+}
+
+}  // namespace posix
