@@ -1,7 +1,11 @@
 #include "blackout.h"
 
+#include <chrono>
 #include <cstdio>
+#include <memory>
 #include <optional>
+#include <thread>
+#include <utility>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -19,7 +23,10 @@ namespace ctl {
 
 namespace {
 
+/// Rounds of all frames, once everything is known.
 constexpr int kRounds = 3;
+/// Every frame also goes out as soon as it is known.
+constexpr int kTimesSent = 1 + kRounds;
 /// Longer than a frame at the highest rate of DMX, so that receivers see each.
 constexpr std::chrono::milliseconds kRoundPause{30};
 
@@ -27,39 +34,42 @@ void note(const std::string& text) {
     std::fprintf(stderr, "cuewrightctl: %s\n", text.c_str());
 }
 
-/// What the programs on the bus have to say to a blackout.
+/// What the bus has to say to a blackout.
 struct BusSide {
+    /// Empty when it cannot be reached.
+    std::unique_ptr<Bus> bus;
     /// The worst that has happened there.
     int status = cli::kExitGood;
     /// Process of the service, if it is there.
     std::optional<int> player;
-    ondra::ArtnetNodeMap nodes;
 };
 
 BusSide ask_bus(const BusSettings& settings, bool stop) {
     BusSide side;
     try {
-        Bus bus(settings);
-        const Player player(bus);
-        try {
-            side.player = player.process();
-            if (stop) {
-                player.stop_all();
-            }
-        } catch (const cli::Failure& failure) {
-            // Without a service nothing lights the outputs again. One that hangs may.
-            note(failure.what());
-            side.status = failure.status() == kExitNotThere ? cli::kExitGood : failure.status();
-        }
-        try {
-            side.nodes = present_nodes(bus);
-        } catch (const cli::Failure& failure) {
-            note("no nodes: " + std::string(failure.what()));
+        side.bus = std::make_unique<Bus>(settings);
+        const Player player(*side.bus);
+        side.player = player.process();
+        if (stop) {
+            player.stop_all();
         }
     } catch (const cli::Failure& failure) {
         note(failure.what());
+        // Without a service nothing lights the outputs again. One that hangs may.
+        side.status = failure.status() == kExitNotThere ? cli::kExitGood : failure.status();
     }
     return side;
+}
+
+ondra::ArtnetNodeMap ask_nodes(const BusSide& side) {
+    if (side.bus) {
+        try {
+            return present_nodes(*side.bus);
+        } catch (const cli::Failure& failure) {
+            note("no nodes: " + std::string(failure.what()));
+        }
+    }
+    return {};
 }
 
 std::string data_directory(const BlackoutOptions& options, const BusSide& side) {
@@ -119,41 +129,81 @@ void print_list(const std::vector<ZeroFrame>& frames) {
     }
 }
 
-ShowOutput read_output(const std::string& directory) {
-    const Show show = read_show(directory);
-    cli::Progress progress("reading recordings", recording_bytes(show));
-    ShowOutput output = read_show_output(show, [&](std::uint64_t bytes) { progress.update(bytes); });
-    progress.clear();
-    output.problems.insert(output.problems.begin(), show.problems.begin(), show.problems.end());
-    return output;
-}
+/// Finds out where output goes, and sends frames of zeros there as it becomes known.
+class Darkening {
+public:
+    /// @param sender  null: only find out
+    Darkening(const BusSide& side, std::string broadcast, ZeroSender* sender)
+        : side_(side), broadcast_(std::move(broadcast)), sender_(sender) {}
+
+    /// Reads the show; what cannot be read costs a line.
+    void read(const std::string& directory) {
+        const Show show = read_show(directory);
+        note_all(show.problems);
+        const ShowOutput named = named_output(show);
+        // Before the nodes are asked for and recordings are read: both can take long.
+        send_new(named);
+        nodes_ = ask_nodes(side_);
+        send_new(named);
+        cli::Progress progress("reading recordings", recording_bytes(show));
+        output_ = read_show_output(show, {[&](std::uint64_t bytes) { progress.update(bytes); },
+                                          [&](int universe, const auto& destinations) {
+                                              send_new({{{universe, destinations}}, {}});
+                                          }});
+        progress.clear();
+        note_all(output_.problems);
+    }
+
+    [[nodiscard]] std::size_t universes() const { return output_.universes.size(); }
+    [[nodiscard]] std::vector<ZeroFrame> frames() const {
+        return plan_zero_frames(output_, nodes_, broadcast_);
+    }
+
+private:
+    static void note_all(const std::vector<std::string>& problems) {
+        for (const std::string& problem : problems) {
+            note(problem);
+        }
+    }
+    void send_new(const ShowOutput& output) const {
+        if (sender_ != nullptr) {
+            sender_->send_new(plan_zero_frames(output, nodes_, broadcast_));
+        }
+    }
+
+    const BusSide& side_;
+    std::string broadcast_;
+    ZeroSender* sender_;
+    ondra::ArtnetNodeMap nodes_;
+    ShowOutput output_;
+};
 
 }  // namespace
 
 int blackout(const BusSettings& settings, const BlackoutOptions& options) {
     const BusSide side = ask_bus(settings, !options.dry_run);
     const std::string directory = data_directory(options, side);
-    const ShowOutput output = read_output(directory);
-    for (const std::string& problem : output.problems) {
-        note(problem);
-    }
     ondra::device::initialize();
-    const std::vector<ZeroFrame> frames = plan_zero_frames(output, side.nodes, broadcast_address(options));
+    ZeroSender sender(ondra::device::manufacturer_id());
+    Darkening darkening(side, broadcast_address(options), options.dry_run ? nullptr : &sender);
+    darkening.read(directory);
+    const std::vector<ZeroFrame> frames = darkening.frames();
     if (frames.empty()) {
         throw cli::Failure(directory +
                            ": no universe with a destination to make dark; is this the data directory?");
     }
-    ZeroDelivery delivery;
-    if (!options.dry_run) {
-        delivery = send_zero_frames(frames, ondra::device::manufacturer_id(), kRounds, kRoundPause);
+    for (int round = 0; round < kRounds && !options.dry_run; ++round) {
+        std::this_thread::sleep_for(kRoundPause);
+        sender.send(frames);
     }
+    const ZeroDelivery delivery = sender.delivery();
     if (options.json) {
         print_json(frames, options, delivery);
     } else if (options.dry_run) {
         print_list(frames);
     } else if (delivery.failures.empty()) {
-        std::printf("dark: %zu universes, %zu frames, each sent %d times\n", output.universes.size(),
-                    frames.size(), kRounds);
+        std::printf("dark: %zu universes, %zu frames, each sent %d times\n", darkening.universes(),
+                    frames.size(), kTimesSent);
     }
     for (const auto& [port, reason] : delivery.failures) {
         note("127.0.0.1:" + std::to_string(port) + ": " + reason);

@@ -20,8 +20,9 @@ struct BlackoutOptions {
 /**
  * Stops every playlist, since one that plays on would light its outputs again, and then sends zeros.
  *
- * Goes as far as it can: a service or a discovery that is not there and files that cannot be read cost a line
- * on standard error each. Returns the exit status.
+ * What is known without reading recordings is dark at once, the rest as it is found. Goes as far as it can: a
+ * service or a discovery that is not there and files that cannot be read cost a line on standard error
+ * each. Returns the exit status.
  */
 [[nodiscard]] int blackout(const BusSettings& settings, const BlackoutOptions& options);
 

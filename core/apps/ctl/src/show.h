@@ -70,13 +70,21 @@ struct ShowOutput {
     std::vector<std::string> problems;
 };
 
-/**
- * Goes through all recordings.
- *
- * @param tell  called with the bytes read so far, now and then; may be empty
- * Muted universes (zone -2) are left out, since the service does not send them.
- */
-[[nodiscard]] ShowOutput read_show_output(const Show& show, const std::function<void(std::uint64_t)>& tell);
+/// What the effects themselves name, in outputs and zones; no recording is read for it.
+/// Muted universes (zone -2) are left out, since the service does not send them.
+[[nodiscard]] ShowOutput named_output(const Show& show);
+
+/// Who is told how far the reading of recordings has come; each may be empty.
+struct ReadingListener {
+    /// Called with the bytes read so far, now and then.
+    std::function<void(std::uint64_t)> progress;
+    /// Called as soon as a packet shows a universe, or more destinations of it, that were not known: with all
+    /// that are known of that universe.
+    std::function<void(int universe, const std::map<Endpoint, std::set<int>>& destinations)> found;
+};
+
+/// What named_output() gives and what is in the recordings, all of which are read.
+[[nodiscard]] ShowOutput read_show_output(const Show& show, const ReadingListener& listener);
 
 /// Bytes of all recordings that read_show_output() reads.
 [[nodiscard]] std::uint64_t recording_bytes(const Show& show);

@@ -1,5 +1,6 @@
 // Which universes a show lights: what its recordings hold, sent where its effects say.
 
+#include <algorithm>
 #include <system_error>
 
 #include "artnet/artnet_parser.h"
@@ -16,27 +17,32 @@ constexpr int kLastUniverse = 0xFFFF;
 /// Reads each recording once, whichever effects play it.
 class RecordingUniverses {
 public:
+    using Take = std::function<void(int universe)>;
+
     explicit RecordingUniverses(const std::function<void(std::uint64_t)>& tell) : tell_(tell) {}
 
-    /// Universes of the ArtDmx packets of a recording.
-    const std::set<int>& of(const std::string& path, std::vector<std::string>& problems) {
+    /// Gives the universes of a recording's ArtDmx packets to `take`, each once; while the recording is read,
+    /// as they come.
+    void each(const std::string& path, std::vector<std::string>& problems, const Take& take) {
         const auto [entry, is_new] = known_.try_emplace(path);
-        if (is_new) {
-            const std::string problem = recording_problem(path);
-            if (problem.empty()) {
-                read(path, entry->second, problems);
-            } else {
-                problems.push_back(path + ": " + problem);
-            }
+        if (!is_new) {
+            std::for_each(entry->second.begin(), entry->second.end(), take);
+        } else if (const std::string problem = recording_problem(path); problem.empty()) {
+            read(path, entry->second, problems, take);
+        } else {
+            problems.push_back(path + ": " + problem);
         }
-        return entry->second;
     }
 
 private:
-    void read(const std::string& path, std::set<int>& universes, std::vector<std::string>& problems) {
+    void read(const std::string& path, std::set<int>& universes, std::vector<std::string>& problems,
+              const Take& take) {
         ArtNetParser parser;
-        parser.on_artdmx = [this, &universes](ArtDmx& dmx) {
-            universes.insert(dmx.SubUni | dmx.Net << 8);
+        parser.on_artdmx = [this, &universes, &take](ArtDmx& dmx) {
+            const int universe = dmx.SubUni | dmx.Net << 8;
+            if (universes.insert(universe).second) {
+                take(universe);
+            }
             bytes_ += kDmxHeaderSize + dmx.Length;
             if (tell_) {
                 tell_(bytes_);
@@ -64,34 +70,53 @@ const std::vector<Playlist::Address>* addresses_of(const Playlist::Effect& effec
     return nullptr;
 }
 
+/// Notes that an effect lights a universe; false when that says nothing new.
+bool add(ShowOutput& output, int playlist, const Playlist::Effect& effect, int universe) {
+    const auto zone = effect.universes.find(universe);
+    if (universe < 0 || universe > kLastUniverse ||
+        (zone != effect.universes.end() && zone->second == kMutedZone)) {
+        return false;
+    }
+    const auto [entry, is_new_universe] = output.universes.try_emplace(universe);
+    bool is_new = is_new_universe;
+    if (const std::vector<Playlist::Address>* const addresses = addresses_of(effect, universe)) {
+        for (const Playlist::Address& address : *addresses) {
+            const auto [to, is_new_destination] = entry->second.try_emplace({address.ip, address.port});
+            to->second.insert(playlist);
+            is_new = is_new || is_new_destination;
+        }
+    }
+    return is_new;
+}
+
 }  // namespace
 
-ShowOutput read_show_output(const Show& show, const std::function<void(std::uint64_t)>& tell) {
+ShowOutput named_output(const Show& show) {
     ShowOutput output;
-    RecordingUniverses recordings(tell);
     for (const ShowPlaylist& playlist : show.playlists) {
         for (const Playlist::Effect& effect : playlist.effects) {
-            std::set<int> universes = recordings.of(recording_path(show, effect), output.problems);
-            // What the description names counts even if the recording cannot be read any more.
             for (const auto& [universe, addresses] : effect.outputs) {
-                universes.insert(universe);
+                add(output, playlist.id, effect, universe);
             }
             for (const auto& [universe, zone] : effect.universes) {
-                universes.insert(universe);
+                add(output, playlist.id, effect, universe);
             }
-            for (const int universe : universes) {
-                const auto zone = effect.universes.find(universe);
-                if (universe < 0 || universe > kLastUniverse ||
-                    (zone != effect.universes.end() && zone->second == kMutedZone)) {
-                    continue;
+        }
+    }
+    return output;
+}
+
+ShowOutput read_show_output(const Show& show, const ReadingListener& listener) {
+    // What the descriptions name counts even if a recording cannot be read any more.
+    ShowOutput output = named_output(show);
+    RecordingUniverses recordings(listener.progress);
+    for (const ShowPlaylist& playlist : show.playlists) {
+        for (const Playlist::Effect& effect : playlist.effects) {
+            recordings.each(recording_path(show, effect), output.problems, [&](int universe) {
+                if (add(output, playlist.id, effect, universe) && listener.found) {
+                    listener.found(universe, output.universes.at(universe));
                 }
-                std::map<Endpoint, std::set<int>>& destinations = output.universes[universe];
-                if (const std::vector<Playlist::Address>* const addresses = addresses_of(effect, universe)) {
-                    for (const Playlist::Address& address : *addresses) {
-                        destinations[{address.ip, address.port}].insert(playlist.id);
-                    }
-                }
-            }
+            });
         }
     }
     return output;

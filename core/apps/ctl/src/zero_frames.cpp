@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <set>
 #include <system_error>
 #include <thread>
 
@@ -54,8 +54,39 @@ Datagram datagram_of(const ZeroFrame& frame, std::uint16_t manufacturer) {
     return datagram;
 }
 
+}  // namespace
+
+std::vector<ZeroFrame> plan_zero_frames(const ShowOutput& show, const ondra::ArtnetNodeMap& nodes,
+                                        const std::string& broadcast) {
+    std::vector<ZeroFrame> frames;
+    for (const auto& [universe, destinations] : show.universes) {
+        std::map<Endpoint, std::string> reasons;
+        const auto add = [&reasons](const Endpoint& to, const std::string& reason) {
+            std::string& text = reasons[to];
+            text += (text.empty() ? "" : ", ") + reason;
+        };
+        for (const auto& [to, playlists] : destinations) {
+            add(to, playlists_text(playlists));
+        }
+        if (const auto found = nodes.find(universe); found != nodes.end()) {
+            // A node announced twice stands twice.
+            std::set<ondra::ArtnetNode> each(found->second.begin(), found->second.end());
+            for (const ondra::ArtnetNode& node : each) {
+                add({node.ip, node.port}, "node");
+            }
+        }
+        if (!broadcast.empty()) {
+            add({broadcast, kArtNetPort}, "broadcast");
+        }
+        for (auto& [to, reason] : reasons) {
+            frames.push_back({universe, to, std::move(reason)});
+        }
+    }
+    return frames;
+}
+
 /// A socket of one port of the forwarder's. Connected, so that the system tells when nobody is there.
-class ForwarderPort {
+class ZeroSender::ForwarderPort {
 public:
     explicit ForwarderPort(int port) : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
@@ -91,67 +122,52 @@ private:
     int error_ = 0;
 };
 
-}  // namespace
+ZeroSender::ZeroSender(std::uint16_t manufacturer) : manufacturer_(manufacturer) {}
 
-std::vector<ZeroFrame> plan_zero_frames(const ShowOutput& show, const ondra::ArtnetNodeMap& nodes,
-                                        const std::string& broadcast) {
-    std::vector<ZeroFrame> frames;
-    for (const auto& [universe, destinations] : show.universes) {
-        std::map<Endpoint, std::string> reasons;
-        const auto add = [&reasons](const Endpoint& to, const std::string& reason) {
-            std::string& text = reasons[to];
-            text += (text.empty() ? "" : ", ") + reason;
-        };
-        for (const auto& [to, playlists] : destinations) {
-            add(to, playlists_text(playlists));
-        }
-        if (const auto found = nodes.find(universe); found != nodes.end()) {
-            // A node announced twice stands twice.
-            std::set<ondra::ArtnetNode> each(found->second.begin(), found->second.end());
-            for (const ondra::ArtnetNode& node : each) {
-                add({node.ip, node.port}, "node");
-            }
-        }
-        if (!broadcast.empty()) {
-            add({broadcast, kArtNetPort}, "broadcast");
-        }
-        for (auto& [to, reason] : reasons) {
-            frames.push_back({universe, to, std::move(reason)});
-        }
+ZeroSender::~ZeroSender() = default;
+
+void ZeroSender::send(std::span<const ZeroFrame> frames) {
+    for (const ZeroFrame& frame : frames) {
+        sent_.insert({frame.universe, frame.to});
+        send(frame);
     }
-    return frames;
 }
 
-ZeroDelivery send_zero_frames(std::span<const ZeroFrame> frames, std::uint16_t manufacturer, int rounds,
-                              std::chrono::milliseconds pause) {
-    ZeroDelivery delivery;
-    std::map<int, ForwarderPort> ports;
-    std::size_t in_burst = 0;
-    for (int round = 0; round < rounds; ++round) {
-        if (round > 0) {
-            std::this_thread::sleep_for(pause);
-        }
-        for (const ZeroFrame& frame : frames) {
-            const int port = frame.to.port;
-            if (port < 1 || port > kHighestPort) {
-                delivery.failures.emplace(port, "not a port");
-                continue;
-            }
-            if (!ports.try_emplace(port, port).first->second.send(datagram_of(frame, manufacturer))) {
-                continue;
-            }
-            ++delivery.sent;
-            if (++in_burst % kBurst == 0) {
-                std::this_thread::sleep_for(kBurstPause);
-            }
+void ZeroSender::send_new(std::span<const ZeroFrame> frames) {
+    for (const ZeroFrame& frame : frames) {
+        if (sent_.insert({frame.universe, frame.to}).second) {
+            send(frame);
         }
     }
-    for (auto& [port, socket] : ports) {
-        if (const int error = socket.error(); error != 0) {
-            delivery.failures.emplace(port, error_text(error));
+}
+
+void ZeroSender::send(const ZeroFrame& frame) {
+    const int port = frame.to.port;
+    if (port < 1 || port > kHighestPort) {
+        delivery_.failures.emplace(port, "not a port");
+        return;
+    }
+    std::unique_ptr<ForwarderPort>& socket = ports_[port];
+    if (!socket) {
+        socket = std::make_unique<ForwarderPort>(port);
+    }
+    if (!socket->send(datagram_of(frame, manufacturer_))) {
+        return;
+    }
+    ++delivery_.sent;
+    if (++in_burst_ % kBurst == 0) {
+        std::this_thread::sleep_for(kBurstPause);
+    }
+}
+
+ZeroDelivery ZeroSender::delivery() {
+    ZeroDelivery result = delivery_;
+    for (const auto& [port, socket] : ports_) {
+        if (const int error = socket->error(); error != 0) {
+            result.failures.emplace(port, error_text(error));
         }
     }
-    return delivery;
+    return result;
 }
 
 }  // namespace ctl

@@ -1,11 +1,13 @@
 #pragma once
 // The frames that make a device's outputs dark.
 
-#include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <set>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ondra/artnet_node_map.h"
@@ -40,14 +42,36 @@ struct ZeroDelivery {
 };
 
 /**
- * Hands the frames to the forwarder, all of them `rounds` times, since a datagram may get lost on its way to
- * a receiver. A port that fails is given up.
+ * Hands frames to the forwarder. A port that fails is given up.
  *
- * @param manufacturer  code of the device, for the datagrams' headers
- * @param pause         between two rounds
- * Blocks meanwhile.
+ * One thread; calls block while datagrams go out.
  */
-[[nodiscard]] ZeroDelivery send_zero_frames(std::span<const ZeroFrame> frames, std::uint16_t manufacturer,
-                                            int rounds, std::chrono::milliseconds pause);
+class ZeroSender {
+public:
+    /// @param manufacturer  code of the device, for the datagrams' headers
+    explicit ZeroSender(std::uint16_t manufacturer);
+    ~ZeroSender();
+    ZeroSender(const ZeroSender&) = delete;
+    ZeroSender& operator=(const ZeroSender&) = delete;
+
+    /// Sends each of them.
+    void send(std::span<const ZeroFrame> frames);
+    /// Sends those whose universe and destination have not been sent yet.
+    void send_new(std::span<const ZeroFrame> frames);
+
+    /// What has become of all of them.
+    [[nodiscard]] ZeroDelivery delivery();
+
+private:
+    class ForwarderPort;
+
+    void send(const ZeroFrame& frame);
+
+    std::uint16_t manufacturer_;
+    std::map<int, std::unique_ptr<ForwarderPort>> ports_;
+    std::set<std::pair<int, Endpoint>> sent_;
+    ZeroDelivery delivery_;
+    std::size_t in_burst_ = 0;
+};
 
 }  // namespace ctl

@@ -1,5 +1,6 @@
 // The blackout, through the real forwarder to receivers.
 
+#include <filesystem>
 #include <map>
 #include <optional>
 
@@ -26,6 +27,7 @@ constexpr int kArtNetPort = 6454;
 constexpr int kOtherPort = 7001;
 constexpr std::size_t kPacketSize = 530;
 constexpr std::size_t kHeaderSize = 18;
+constexpr std::uintmax_t kEndless = std::uintmax_t{1} << 38;
 
 /// A device of the network: keeps the last packet of each universe.
 class Receiver {
@@ -105,7 +107,7 @@ TEST_F(BlackoutTest, EverythingIsStoppedAndDarkWhereverOutputCanHaveGone) {
     ASSERT_TRUE(desk_.shows(1, 200));
     ASSERT_TRUE(other_port_.shows(2, 210));
 
-    EXPECT_EQ(ctl_well({"blackout"}), "dark: 3 universes, 6 frames, each sent 3 times\n");
+    EXPECT_EQ(ctl_well({"blackout"}), "dark: 3 universes, 6 frames, each sent 4 times\n");
     EXPECT_TRUE(desk_.shows(1, 0));
     EXPECT_TRUE(other_port_.shows(2, 0));
     EXPECT_TRUE(node_.shows(3, 0));
@@ -179,6 +181,25 @@ TEST_F(BlackoutTest, WithoutTheServiceTheNamedDirectoryIsMadeDarkAllTheSame) {
     EXPECT_THAT(ending.error, HasSubstr("com.torvexserver.Cuewright is not on the bus"));
     EXPECT_TRUE(desk_.shows(1, 0));
     EXPECT_TRUE(broadcast_.shows(3, 0));
+}
+
+TEST_F(BlackoutTest, WhatIsKnownIsDarkWhileARecordingIsStillRead) {
+    // All hole behind its only packet, so that reading it takes minutes.
+    show()
+        .recording("long.rec", Recording{}.dmx(4, {230}).bytes())
+        .playlist(ShowPlaylist(2).effect(ShowEffect("long.rec").output("5:192.0.2.1:6454")));
+    std::filesystem::resize_file(show().path("long.rec"), kEndless);
+    start();
+    start_forwarder();
+    ASSERT_TRUE(controller().play(1));
+    ASSERT_TRUE(desk_.shows(1, 200));
+    tests::ChildProgram blackout(command({"blackout"}), environment());
+    EXPECT_TRUE(desk_.shows(1, 0));
+    EXPECT_TRUE(desk_.shows(5, 0));
+    EXPECT_TRUE(other_port_.shows(2, 0));
+    EXPECT_TRUE(broadcast_.shows(3, 0));
+    EXPECT_TRUE(broadcast_.shows(4, 0));
+    EXPECT_FALSE(blackout.wait_exit(0ms)) << blackout.error_output();
 }
 
 TEST_F(BlackoutTest, AServiceThatHangsIsToldAndTheFramesAreSent) {

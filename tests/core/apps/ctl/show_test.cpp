@@ -99,6 +99,27 @@ TEST(ShowTest, WhatCannotBeReadIsToldAndTheRestIsRead) {
     EXPECT_THAT(plan(show), ElementsAre("1>10.0.0.1:6454 playlist 1", "5>10.0.0.2:6454 playlist 2"));
 }
 
+TEST(ShowTest, WhatNeedsNoRecordingIsKnownAtOnceAndTheRestAsItIsFound) {
+    ShowDirectory show;
+    show.recording("1.rec", Recording{}.dmx(1, {1}).dmx(2, {1}).dmx(1, {2}).dmx(2, {2}).bytes())
+        .recording("2.rec", Recording{}.dmx(2, {1}).bytes())
+        .playlist(
+            ShowPlaylist(1).effect(ShowEffect("1.rec").output("1:10.0.0.1:6454").zone(5, 3).zone(6, -2)))
+        .playlist(ShowPlaylist(2).effect(ShowEffect("2.rec")))
+        .playlist(ShowPlaylist(3).effect(ShowEffect("2.rec").output("*:10.0.0.3:6454")));
+    const ctl::Show read = ctl::read_show(show.root().toStdString());
+    EXPECT_THAT(texts(ctl::plan_zero_frames(ctl::named_output(read), {}, "10.0.0.255")),
+                ElementsAre("1>10.0.0.1:6454 playlist 1", "1>10.0.0.255:6454 broadcast",
+                            "5>10.0.0.255:6454 broadcast"));
+    std::vector<std::string> found;
+    static_cast<void>(ctl::read_show_output(read, {{}, [&found](int universe, const auto& destinations) {
+                                                       found.push_back(std::to_string(universe) + ": " +
+                                                                       std::to_string(destinations.size()));
+                                                   }}));
+    // Universe 2 by its first packet, and again when an effect gives it a destination.
+    EXPECT_THAT(found, ElementsAre("2: 0", "2: 1"));
+}
+
 TEST(ShowTest, ProgressReachesTheBytesThatWereAnnounced) {
     ShowDirectory show;
     const std::vector<std::uint8_t> bytes = Recording{}.dmx(1, std::vector<std::uint8_t>(512)).bytes();
@@ -107,7 +128,7 @@ TEST(ShowTest, ProgressReachesTheBytesThatWereAnnounced) {
         .playlist(ShowPlaylist(2).effect(ShowEffect("1.rec")).effect(ShowEffect("1.rec")));
     const ctl::Show read = ctl::read_show(show.root().toStdString());
     std::uint64_t told = 0;
-    static_cast<void>(ctl::read_show_output(read, [&told](std::uint64_t done) { told = done; }));
+    static_cast<void>(ctl::read_show_output(read, {[&told](std::uint64_t done) { told = done; }, {}}));
     EXPECT_EQ(told, bytes.size());
     EXPECT_EQ(ctl::recording_bytes(read), bytes.size());
     EXPECT_EQ(ctl::largest_playlist_bytes(read), 2 * bytes.size());
@@ -129,7 +150,10 @@ TEST(ShowTest, TheDataDirectoryLiesBesideTheServicesProgram) {
 
 TEST(ZeroFramesTest, APortThatIsNoneIsAFailureAndNothingIsSent) {
     const std::vector<ctl::ZeroFrame> frames{{1, {"10.0.0.1", 0}, "node"}, {1, {"10.0.0.1", 70000}, "node"}};
-    const ctl::ZeroDelivery delivery = ctl::send_zero_frames(frames, 0, 2, std::chrono::milliseconds(0));
+    ctl::ZeroSender sender(0);
+    sender.send_new(frames);
+    sender.send(frames);
+    const ctl::ZeroDelivery delivery = sender.delivery();
     EXPECT_EQ(delivery.sent, 0U);
     EXPECT_THAT(delivery.failures,
                 UnorderedElementsAre(testing::Pair(0, "not a port"), testing::Pair(70000, "not a port")));
