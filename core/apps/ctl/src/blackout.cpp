@@ -55,8 +55,11 @@ BusSide ask_bus(const BusSettings& settings, bool stop) {
         }
     } catch (const cli::Failure& failure) {
         note(failure.what());
-        // Without a service nothing lights the outputs again. One that hangs may.
-        side.status = failure.status() == kExitNotThere ? cli::kExitGood : failure.status();
+        // Without a service nothing lights the outputs again. One that hangs may, and one on a bus that was
+        // not reached plays on.
+        const bool no_service =
+            failure.status() == kExitNotThere && side.bus && side.bus->connection().isConnected();
+        side.status = no_service ? cli::kExitGood : failure.status();
     }
     return side;
 }

@@ -21,8 +21,8 @@ struct BlackoutOptions {
  * Stops every playlist, since one that plays on would light its outputs again, and then sends zeros.
  *
  * What is known without reading recordings is dark at once, the rest as it is found. Goes as far as it can: a
- * service or a discovery that is not there and files that cannot be read cost a line on standard error
- * each. Returns the exit status.
+ * bus, a service or a discovery that is not there and files that cannot be read cost a line on standard error
+ * each. Returns the exit status, which is not good where the service may play on.
  */
 [[nodiscard]] int blackout(const BusSettings& settings, const BlackoutOptions& options);
 

@@ -202,6 +202,21 @@ TEST_F(BlackoutTest, WhatIsKnownIsDarkWhileARecordingIsStillRead) {
     EXPECT_FALSE(blackout.wait_exit(0ms)) << blackout.error_output();
 }
 
+TEST_F(BlackoutTest, ABusThatCannotBeReachedIsAFailureAndTheFramesAreSent) {
+    start();
+    start_forwarder();
+    ASSERT_TRUE(controller().play(1));
+    ASSERT_TRUE(desk_.shows(1, 200));
+    end();
+    const Ending ending =
+        ctl({"--address=unix:path=/nowhere/bus", "blackout", "--data", show().root().toStdString()});
+    EXPECT_EQ(ending.status, 3);
+    EXPECT_THAT(ending.error, HasSubstr("cannot connect to the session bus at unix:path=/nowhere/bus"));
+    EXPECT_EQ(ending.output, "dark: 3 universes, 5 frames, each sent 4 times\n");
+    EXPECT_TRUE(desk_.shows(1, 0));
+    EXPECT_TRUE(broadcast_.shows(3, 0));
+}
+
 TEST_F(BlackoutTest, AServiceThatHangsIsToldAndTheFramesAreSent) {
     start();
     start_forwarder();
