@@ -48,10 +48,10 @@ struct BusFacts {
 
 /// Who listens on 127.0.0.1:6454.
 [[nodiscard]] Finding check_forwarder(const std::string& root);
-/// Whether every other port of the show's outputs has a listener on 127.0.0.1.
-/// @param ports  nothing where the show is not known
+/// Whether every other port of the show's outputs has the forwarder as listener on 127.0.0.1, and whether two
+/// programs take each other's unicast away. @param ports  nothing where the show is not known
 [[nodiscard]] Finding check_ports(const std::string& root, const std::optional<std::set<int>>& ports);
-/// Receive buffers that a burst fits in.
+/// Receive and send buffers that a burst fits in.
 [[nodiscard]] Finding check_buffers(const std::string& root);
 /// Processor frequency.
 [[nodiscard]] Finding check_governor(const std::string& root);

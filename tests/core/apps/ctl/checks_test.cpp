@@ -45,7 +45,7 @@ public:
         file(directory + "/comm", name + "\n");
         std::filesystem::create_directories(root() + directory + "/fd");
         std::filesystem::create_symlink("socket:[" + std::to_string(inode) + "]",
-                                        root() + directory + "/fd/7");
+                                        root() + directory + "/fd/" + std::to_string(inode));
         return *this;
     }
     SystemRoot& governor(const std::string& processor, const std::string& name) {
@@ -144,18 +144,62 @@ TEST(ChecksTest, Forwarder) {
 TEST(ChecksTest, Ports) {
     SystemRoot system;
     system.udp("0100007F:1936", 77).udp("0100007F:1937", 78).udp("00000000:1938", 79);
-    expect_good(ctl::check_ports(system.root(), std::set<int>{6454, 6455}), "every port");
+    expect_good(ctl::check_ports(system.root(), std::set<int>{6454, 6455}),
+                "every port of the outputs has a listener: 6455 a process that this user may not look into");
     expect_good(ctl::check_ports(system.root(), std::set<int>{}), "no output names a port");
     expect_problem(ctl::check_ports(system.root(), std::set<int>{6454, 6455, 6456, 7000}), ": 6456, 7000",
                    "--port 6454 --port 6456 --port 7000");
     EXPECT_EQ(ctl::check_ports(system.root(), std::nullopt).verdict, Verdict::Unknown);
 }
 
+TEST(ChecksTest, ListenersOfPortsAreNamedAndMustBeTheForwarder) {
+    expect_good(
+        ctl::check_ports(SystemRoot().udp("0100007F:1937", 78).process(9, "cuewright-forwa", 78).root(),
+                         std::set<int>{6455}),
+        "6455 cuewright-forwa (process 9)");
+    expect_problem(ctl::check_ports(SystemRoot().udp("0100007F:1937", 78).process(9, "imposter", 78).root(),
+                                    std::set<int>{6455}),
+                   "imposter (process 9) has 127.0.0.1:6455", "end imposter");
+}
+
+TEST(ChecksTest, TwoProgramsThatHaveTheArtNetPortOnAllAddresses) {
+    SystemRoot system;
+    system.udp("00000000:1936", 81).process(4, "cuewright-netsu", 81).udp("0100007F:1936", 82);
+    expect_good(ctl::check_ports(system.root(), std::set<int>{6454}), "every port");
+    system.udp("00000000:1936", 83).process(5, "cuewright-monit", 83);
+    expect_problem(ctl::check_ports(system.root(), std::set<int>{6454}),
+                   "*:6454 is shared by cuewright-netsu (process 4) and cuewright-monit (process 5)",
+                   "--packet-socket");
+    // Also where the outputs are not known, and where processes are not to be seen.
+    expect_problem(
+        ctl::check_ports(SystemRoot().udp("00000000:1936", 81).udp("00000000:1936", 83).root(), std::nullopt),
+        "is shared by a process that this user may not look into and a process", "--packet-socket");
+    // One program may have two sockets.
+    expect_good(ctl::check_ports(SystemRoot()
+                                     .udp("00000000:1936", 81)
+                                     .udp("00000000:1936", 83)
+                                     .process(4, "olad", 81)
+                                     .process(4, "olad", 83)
+                                     .root(),
+                                 std::set<int>{6454}),
+                "every port");
+}
+
 TEST(ChecksTest, Buffers) {
-    const char* const limit = "/proc/sys/net/core/rmem_max";
-    expect_good(ctl::check_buffers(SystemRoot().file(limit, "1280000\n").root()), "rmem_max is 1280000");
-    expect_problem(ctl::check_buffers(SystemRoot().file(limit, "212992\n").root()), "holds 332 datagrams",
-                   "sysctl -w net.core.rmem_max=4194304");
+    const auto limits = [](const std::string& receive, const std::string& send) {
+        SystemRoot system;
+        system.file("/proc/sys/net/core/rmem_max", receive).file("/proc/sys/net/core/wmem_max", send);
+        return ctl::check_buffers(system.root());
+    };
+    expect_good(limits("1280000\n", "1280000\n"),
+                "net.core.rmem_max is 1280000, net.core.wmem_max is 1280000");
+    expect_problem(limits("212992\n", "1280000\n"), "rmem_max is 212992: a buffer of that size holds 332",
+                   "\"sysctl -w net.core.rmem_max=4194304\"");
+    expect_problem(limits("1280000\n", "212992\n"), "wmem_max is 212992: a buffer of that size holds 332",
+                   "\"sysctl -w net.core.wmem_max=4194304\"");
+    expect_problem(limits("212992\n", "212992\n"), "lost; net.core.wmem_max is",
+                   "\"sysctl -w net.core.rmem_max=4194304 net.core.wmem_max=4194304\"");
+    EXPECT_EQ(limits("1280000\n", "").verdict, Verdict::Unknown);
     EXPECT_EQ(ctl::check_buffers(SystemRoot().root()).verdict, Verdict::Unknown);
 }
 

@@ -54,7 +54,9 @@ TEST_F(DoctorTest, ADeviceThatIsWell) {
                                          std::to_string(forwarder.pid()) + ") listens on 127.0.0.1:6454"));
     EXPECT_THAT(ending.output, HasSubstr("good     discovery  knows 1 node\n"));
     EXPECT_THAT(ending.output, HasSubstr("good     data       " + data_root() + ": 1 playlist can be read"));
-    EXPECT_THAT(ending.output, HasSubstr("good     ports      every port"));
+    EXPECT_THAT(ending.output, HasSubstr("good     ports      every port of the outputs has a listener: 7001 "
+                                         "cuewright-forwarder (process " +
+                                         std::to_string(forwarder.pid()) + ")\n"));
 }
 
 TEST_F(DoctorTest, ADeviceThatIsNot) {
