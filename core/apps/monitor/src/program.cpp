@@ -1,15 +1,18 @@
 #include "program.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
 #include "capture/source_options.h"
 #include "cli/failure.h"
 #include "cli/program.h"
+#include "cli/progress.h"
 #include "comparison.h"
 #include "comparison_report.h"
 #include "lateness_plot.h"
@@ -66,6 +69,13 @@ void write_plot(const std::string& path, const std::string& picture) {
     file.commit();
 }
 
+Timeline read_with_progress(const std::string& path, int speed_boost) {
+    std::error_code not_known;
+    const std::uintmax_t size = std::filesystem::file_size(path, not_known);
+    cli::Progress progress("reading " + path, not_known ? 0 : size);
+    return read_timeline(path, speed_boost, [&progress](std::uint64_t bytes) { progress.update(bytes); });
+}
+
 int report_comparison(const MonitorOptions& options, const Comparison& comparison,
                       std::uint64_t kernel_drops) {
     if (comparison.counts().matched == 0) {
@@ -92,7 +102,7 @@ int watch(const MonitorOptions& options) {
     std::optional<Timeline> timeline;
     std::optional<Comparison> comparison;
     if (!options.recording.empty()) {
-        timeline = read_timeline(options.recording, options.speed_boost);
+        timeline = read_with_progress(options.recording, options.speed_boost);
         comparison.emplace(*timeline);
     }
     const std::unique_ptr<capture::Source> source = capture::open_source(options.source, kProgram);

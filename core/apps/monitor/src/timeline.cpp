@@ -20,9 +20,11 @@ LevelMark mark_of(std::span<const unsigned char> levels) noexcept {
     return std::hash<std::string_view>{}({reinterpret_cast<const char*>(levels.data()), levels.size()});
 }
 
-Timeline read_timeline(const std::string& path, int speed_boost) {
+Timeline read_timeline(const std::string& path, int speed_boost,
+                       const std::function<void(std::uint64_t)>& progress) {
     Timeline timeline;
     RecordingReader reader;
+    reader.on_progress = progress;
     ondra::Clock::duration due{0};
     reader.on_packet = [&](const RecordedPacket& packet) {
         timeline.universes[packet.universe].push_back(

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -36,9 +37,11 @@ struct Timeline {
  * Reads a recording with the service's own parser and delays.
  *
  * @param speed_boost  percent, any int, as playlists have it
+ * @param progress     called with the bytes read so far, now and then; may be empty
  * Throws cli::Failure, naming the file, when it holds nothing that plays. Of one that is cut short, what
  * plays is taken.
  */
-[[nodiscard]] Timeline read_timeline(const std::string& path, int speed_boost);
+[[nodiscard]] Timeline read_timeline(const std::string& path, int speed_boost,
+                                     const std::function<void(std::uint64_t)>& progress = {});
 
 }  // namespace monitor

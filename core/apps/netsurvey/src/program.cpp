@@ -1,5 +1,7 @@
 #include "program.h"
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <optional>
@@ -11,12 +13,14 @@
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusReply>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSocketNotifier>
 #include <QTimer>
 
 #include "bus_end.h"
+#include "cli/progress.h"
 #include "discovery_service.h"
 #include "names.h"
 #include "node_list.h"
@@ -27,6 +31,7 @@ namespace netsurvey {
 namespace {
 
 constexpr int kListTimeout = 5000;
+constexpr std::chrono::milliseconds kProgressPeriod{100};
 
 void log(const std::string& line) {
     std::fprintf(stderr, "cuewright-netsurvey: %s\n", line.c_str());
@@ -85,13 +90,24 @@ std::optional<QJsonArray> ask_discovery() {
 
 /// The nodes that answer while we wait; nothing when a signal comes.
 std::optional<QJsonArray> look(const Options& options, posix::StopSignals& stop) {
+    cli::Progress progress("looking for nodes", static_cast<std::uint64_t>(options.wait.count()));
     Survey survey(
-        options.survey, [](const Changes&) {}, log);
+        options.survey, [](const Changes&) {},
+        [&progress](const std::string& line) {
+            progress.clear();
+            log(line);
+        });
     for (const StaticNode& node : static_nodes(options)) {
         static_cast<void>(survey.table().add_static(node));
     }
     bool waited = false;
     const StopNotifier notifier(stop);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QTimer tick;
+    QObject::connect(&tick, &QTimer::timeout,
+                     [&] { progress.update(static_cast<std::uint64_t>(elapsed.elapsed())); });
+    tick.start(kProgressPeriod);
     QTimer::singleShot(options.wait, Qt::PreciseTimer, QCoreApplication::instance(), [&waited] {
         waited = true;
         QCoreApplication::quit();

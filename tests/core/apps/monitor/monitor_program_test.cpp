@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QTemporaryDir>
@@ -26,6 +27,7 @@
 #include "support/artnet_sender.h"
 #include "support/child_program.h"
 #include "support/recording.h"
+#include "support/terminal.h"
 
 using namespace std::chrono_literals;
 
@@ -180,6 +182,27 @@ TEST_F(MonitorCompareTest, WrongCommandLinesAndFilesAreNamed) {
     EXPECT_THAT(complaint({"--compare", path("show.rec"), "--plot", "a.gif"}, 2), HasSubstr(".svg or .png"));
     EXPECT_THAT(complaint({"--compare", path("none.rec")}, 1), HasSubstr("none.rec"));
     EXPECT_THAT(complaint({"--until-idle", "0"}, 2), HasSubstr("--until-idle"));
+}
+
+TEST_F(MonitorCompareTest, ALongReadingShowsHowFarItIs) {
+    tests::Terminal terminal(100, 30);
+    if (terminal.name().empty()) {
+        GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    // A recording that goes on as long as the test wants it to.
+    ASSERT_EQ(mkfifo(path("long.rec").c_str(), 0600), 0);
+    ChildProgram program({"/bin/sh", "-c", "exec \"$0\" --port 0 --compare \"$1\" 2> \"$2\"", MONITOR_PROGRAM,
+                          path("long.rec"), terminal.name()});
+    std::ofstream recording(path("long.rec"), std::ios::binary);
+    EXPECT_TRUE(terminal.read_until([&recording](const std::string& text) {
+        // A block of the reader's.
+        recording.write(std::string(512 - 18, '\0').c_str(), 512 - 18);
+        const std::vector<std::uint8_t> packet = tests::dmx_packet(1, {});
+        recording.write(reinterpret_cast<const char*>(packet.data()), 18);
+        recording.flush();
+        return text.find("\r\x1b[Kreading ") != std::string::npos;
+    })) << terminal.text();
+    EXPECT_THAT(terminal.text(), HasSubstr(path("long.rec") + "  "));
 }
 
 TEST(MonitorTerminalTest, TheScreenIsEnteredDrawnAndGivenBack) {

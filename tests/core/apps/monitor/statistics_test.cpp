@@ -1,4 +1,5 @@
 // Intervals, streams, lateness figures and the recording's due times.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -199,6 +200,21 @@ TEST_F(TimelineTest, DueTimesAreThoseOfTheServicesOwnLoaderAtAnySpeed) {
         }
         EXPECT_EQ(timeline.duration, due);
     }
+}
+
+TEST_F(TimelineTest, TheReadingTellsHowFarItIs) {
+    Recording recording;
+    for (int frame = 0; frame < 100; ++frame) {
+        recording.dmx(1, {1}).frame_delay(25ms);
+    }
+    ASSERT_TRUE(recording.fill_to(4096).write(path()));
+    std::vector<std::uint64_t> told;
+    static_cast<void>(
+        monitor::read_timeline(path(), 0, [&told](std::uint64_t bytes) { told.push_back(bytes); }));
+    EXPECT_EQ(told.size(), 100U);
+    EXPECT_TRUE(std::ranges::is_sorted(told));
+    EXPECT_LT(told.front(), 4096U);
+    EXPECT_EQ(told.back(), 4096U);
 }
 
 TEST_F(TimelineTest, FilesWithNothingToCompareWithAreNamed) {

@@ -9,6 +9,7 @@
 #include "discovery_rig.h"
 #include "posix/file_descriptor.h"
 #include "posix/ipv4.h"
+#include "support/terminal.h"
 
 using testing::HasSubstr;
 using tests::ChildProgram;
@@ -37,6 +38,21 @@ TEST_F(DiscoveryTest, WhatCannotBeDoneIsSaid) {
     EXPECT_THAT(without_bus.error_output(), HasSubstr("no session bus"));
     ChildProgram wrong({NETSURVEY_PROGRAM, "--expiry", "1"});
     EXPECT_EQ(wrong.wait_exit(), 2);
+}
+
+TEST_F(DiscoveryTest, LookingShowsHowLongItStillTakes) {
+    tests::Terminal terminal(100, 30);
+    if (terminal.name().empty()) {
+        GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    ChildProgram program({"/bin/sh", "-c", "exec \"$0\" --list --wait 600 --target 10.77.0.9 2> \"$1\"",
+                          NETSURVEY_PROGRAM, terminal.name()},
+                         bus_environment());
+    EXPECT_TRUE(terminal.read_until_text("\r\x1b[Klooking for nodes  [.")) << terminal.text();
+    program.signal(SIGINT);
+    EXPECT_TRUE(terminal.read_until_text("cuewright-netsurvey: ended by a signal")) << terminal.text();
+    EXPECT_EQ(program.wait_exit(), 1);
+    EXPECT_EQ(program.output(), "");
 }
 
 TEST_F(DiscoveryTest, BesideAnotherProgramOnThePortOneOfThemSaysWhoLosesItsUnicast) {
