@@ -101,7 +101,7 @@ NewFile::~NewFile() {
     }
 }
 
-void NewFile::commit() {
+void NewFile::commit(Durability durability) {
     if (!stream_) {
         // Someone has gone on after a failure.
         fail(EIO);
@@ -114,7 +114,7 @@ void NewFile::commit() {
         fail(errno);
     }
     // A full disk may show only here, and a name must not come to the disk before its data.
-    if (fsync(file_.get()) != 0) {
+    if (durability == Durability::Durable && fsync(file_.get()) != 0) {
         fail(errno);
     }
     if (existing_ == Existing::Keep) {

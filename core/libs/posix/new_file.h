@@ -41,8 +41,13 @@ public:
     /// Whether the path stands for something that is written to as the data come, such as a device.
     [[nodiscard]] bool is_special() const noexcept { return special_; }
 
-    /// Brings all to the disk and gives the file its name. Nothing may be written afterwards.
-    void commit();
+    enum class Durability {
+        Durable,   ///< the data are on the disk before the name is
+        Transient  ///< the disk takes them when it likes: a power cut may leave neither the old nor the new
+    };
+
+    /// Gives the file its name. Nothing may be written afterwards. Readers see all or nothing in any case.
+    void commit(Durability durability = Durability::Durable);
 
 private:
     /// Collects what is written and writes it to a descriptor.

@@ -21,6 +21,9 @@ namespace {
 /// Without /proc, no nameless file can be given a name.
 bool proc_is_there = true;
 
+/// How often data were brought to the disk.
+int syncs = 0;
+
 }  // namespace
 
 extern "C" {
@@ -33,6 +36,13 @@ int __wrap_access(const char* path, int mode) {
         return -1;
     }
     return __real_access(path, mode);
+}
+
+int __real_fsync(int descriptor);
+
+int __wrap_fsync(int descriptor) {
+    ++syncs;
+    return __real_fsync(descriptor);
 }
 }
 
@@ -105,6 +115,18 @@ TEST_P(NewFileTest, TheNameIsThereOnceTheFileIsWhole) {
     }
     umask(mask);
     EXPECT_EQ(permissions_of(path("a")), 0640U);
+    EXPECT_EQ(files(), 1U);
+}
+
+TEST_P(NewFileTest, TheDiskIsWaitedForOnlyWhereTheFileIsToOutliveAPowerCut) {
+    for (const auto durability : {NewFile::Durability::Durable, NewFile::Durability::Transient}) {
+        syncs = 0;
+        NewFile file(path("a"), kReplace);
+        file.stream() << "text";
+        file.commit(durability);
+        EXPECT_EQ(content_of(path("a")), "text");
+        EXPECT_EQ(syncs, durability == NewFile::Durability::Durable ? 1 : 0);
+    }
     EXPECT_EQ(files(), 1U);
 }
 

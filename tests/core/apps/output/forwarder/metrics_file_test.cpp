@@ -19,6 +19,26 @@
 
 namespace {
 
+/// How often data were brought to the disk.
+int syncs = 0;
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_fsync(int) {
+    ++syncs;
+    return 0;
+}
+
+int __wrap_fdatasync(int) {
+    ++syncs;
+    return 0;
+}
+}
+
+namespace {
+
 using forwarder::MetricsFile;
 using forwarder::Report;
 using testing::AllOf;
@@ -133,6 +153,13 @@ TEST_F(MetricsFileTest, FileIsReplacedAsAWhole) {
     EXPECT_EQ(first, "a long first text");
     EXPECT_EQ(files(), 1U) << "nothing else is left";
     EXPECT_EQ(file.failures(), 0U);
+}
+
+TEST_F(MetricsFileTest, ReplacingDoesNotWearTheDisk) {
+    MetricsFile file(path());
+    EXPECT_EQ(file.write("first\n"), "");
+    EXPECT_EQ(file.write("second\n"), "");
+    EXPECT_EQ(syncs, 0);
 }
 
 TEST_F(MetricsFileTest, AFailureIsReportedOnceAndTheNextWriteMaySucceed) {
