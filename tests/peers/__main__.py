@@ -12,12 +12,14 @@ import traceback
 
 import discovery_test
 import frames_test
+import outlet_test
 import record_test
 import round_trip_test
 from rig import SCRATCH, Failed, Rig, Skipped
 
 TESTS = {
     "frames": (frames_test.test, frames_test.FAULTS),
+    "outlet": (outlet_test.test, outlet_test.FAULTS),
     "record-ola": (record_test.test_ola, record_test.FAULTS),
     "record-npm": (record_test.test_npm, record_test.FAULTS),
     "discovery": (discovery_test.test, discovery_test.FAULTS),

@@ -60,6 +60,10 @@ class Capture:
     def _is_mark(line):
         return line.split(";")[1:2] == [str(MARK_PORT)]
 
+    def seen(self):
+        """All Art-Net datagrams that it has shown so far."""
+        return [packet for packet in map(packet_of, list(self._tshark.out)) if packet.port != MARK_PORT]
+
     def finish(self):
         """Ends it when it has shown everything up to now; all Art-Net datagrams."""
         end = b"the end of the capture"
@@ -68,7 +72,7 @@ class Capture:
         self._tshark.finish(signal.SIGINT, status=None)
         drops = [line for line in self._tshark.err if "dropped" in line]
         require(not drops, f"the capture is not whole: {drops}")
-        return [packet for packet in map(packet_of, self._tshark.out) if packet.port != MARK_PORT]
+        return self.seen()
 
 
 def frames_only(packets):
