@@ -1,7 +1,7 @@
-# core_add_test(NAME LABEL unit|integration|stress LIBS ... [SOURCES ...] [BUS] [ARGS ...] [DEPENDS ...] [TIMEOUT n])
+# core_add_test(NAME LABEL unit|integration|stress LIBS ... [SOURCES ...] [BUS] [DRAWS] [ARGS ...] [DEPENDS ...] [TIMEOUT n])
 #
 # Builds NAME from NAME.cpp (or SOURCES) with GoogleTest and gives it to ctest as one test.
-# BUS runs it under a private session bus of its own.
+# BUS runs it under a private session bus of its own. DRAWS says that it, or a program that it starts, draws text.
 #   LABEL    ctest label
 #   LIBS     what it links besides GoogleTest
 #   SOURCES  instead of NAME.cpp
@@ -21,7 +21,7 @@ set(core_test_environment
   "UBSAN_OPTIONS=print_stacktrace=1")
 
 function(core_add_test name)
-  cmake_parse_arguments(arg "BUS" "LABEL;TIMEOUT" "LIBS;SOURCES;ARGS;DEPENDS" ${ARGN})
+  cmake_parse_arguments(arg "BUS;DRAWS" "LABEL;TIMEOUT" "LIBS;SOURCES;ARGS;DEPENDS" ${ARGN})
   if(NOT arg_SOURCES)
     set(arg_SOURCES ${name}.cpp)
   endif()
@@ -44,4 +44,8 @@ function(core_add_test name)
   endif()
   set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "${core_test_environment}")
+  if(arg_DRAWS)
+    set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+      "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/fonts.lsan:print_suppressions=0")
+  endif()
 endfunction()

@@ -83,8 +83,9 @@ void CtlTest::resume_service() {
 }
 
 FakeDiscovery::FakeDiscovery(const std::string& bus_address, const QString& records)
-    : connection_(bus_address), records_(records) {
-    EXPECT_TRUE(connection_.bus().registerObject(QStringLiteral("/"), this, QDBusConnection::ExportAllSlots));
+    : connection_(bus_address), lister_(records) {
+    EXPECT_TRUE(
+        connection_.bus().registerObject(QStringLiteral("/"), &lister_, QDBusConnection::ExportAllSlots));
     EXPECT_TRUE(connection_.bus().registerService(QStringLiteral("com.torvexserver.Netsurvey")));
 }
 

@@ -37,20 +37,32 @@ protected:
 /// Waits for the end of a program, serving bus objects of this thread.
 [[nodiscard]] Ending ending_of(tests::ChildProgram& program);
 
-/// The test in the role of the discovery, with the method that lists its nodes.
-class FakeDiscovery final : public QObject {
+/// The discovery's method that lists its nodes.
+class NodeLister final : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.torvexserver.Netsurvey.Dump")
 
 public:
     /// @param records  what list_nodes() answers
-    FakeDiscovery(const std::string& bus_address, const QString& records);
-    ~FakeDiscovery() override;
+    explicit NodeLister(const QString& records) : records_(records) {}
 
 public Q_SLOTS:
     QString list_nodes() const { return records_; }
 
 private:
-    integration::BusConnection connection_;
     QString records_;
+};
+
+/// The test in the role of the discovery.
+class FakeDiscovery {
+public:
+    FakeDiscovery(const std::string& bus_address, const QString& records);
+    ~FakeDiscovery();
+    FakeDiscovery(const FakeDiscovery&) = delete;
+    FakeDiscovery& operator=(const FakeDiscovery&) = delete;
+
+private:
+    integration::BusConnection connection_;
+    /// Goes before the connection, whose thread looks at the objects that are left when it closes.
+    NodeLister lister_;
 };

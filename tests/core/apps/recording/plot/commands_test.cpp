@@ -33,14 +33,8 @@ namespace {
 class RecordingCommandsTest : public testing::Test {
 protected:
     static Ending run(std::vector<std::string> words) {
-        std::vector<std::string> environment;
-        if (words.front() == "plot") {
-            // Only pictures have text in a font, whose properties refer to each other by distances, which the
-            // leak sanitizer takes for leaks.
-            environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");
-        }
         words.insert(words.begin(), CUEWRIGHT_RECORDING);
-        return tests::run_to_end(words, environment);
+        return tests::run_to_end(words);
     }
 
     [[nodiscard]] std::string path(const std::string& name) const {
