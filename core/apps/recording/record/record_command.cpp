@@ -82,9 +82,9 @@ int record(const RecordOptions& options) {
     const std::unique_ptr<capture::Source> source = capture::open_source(options.source, kProgram);
     FrameWriter writer(file, sync_period);
     // With an end that is known, how much of the time is over; otherwise the frames.
-    const bool ends = plan.duration.has_value();
+    const bool ends = plan.limits.duration.has_value();
     cli::Progress progress(ends ? "recording (Ctrl-C ends)" : "recording (Ctrl-C ends), frames",
-                           ends ? static_cast<std::uint64_t>(plan.duration->count()) : 0);
+                           ends ? static_cast<std::uint64_t>(plan.limits.duration->count()) : 0);
     const auto begin = std::chrono::steady_clock::now();
     Recorder recorder(
         plan, *source, writer, signals,
