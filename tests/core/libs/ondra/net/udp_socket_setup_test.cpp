@@ -190,4 +190,14 @@ TEST_F(UdpSocketSetupTest, ReadWriteAndWaitSetUpOnFirstUse) {
     EXPECT_EQ(system_calls.count("socket"), 3);
 }
 
+TEST_F(UdpSocketSetupTest, AnAddressThatIsRefusedIsJudgedAfterTheSetUp) {
+    UdpSocket binding;
+    EXPECT_FALSE(binding.bind(HostAddress("127.0.0.1"), 0));
+    EXPECT_EQ(system_calls.count("setsockopt"), 1);
+    UdpSocket writing;
+    EXPECT_EQ(writing.writeDatagram("x", 1, HostAddress("localhost"), 9), -1);
+    EXPECT_EQ(system_calls.count("setsockopt"), 2);
+    EXPECT_EQ(system_calls.count("sendto"), 0);
+}
+
 }  // namespace
