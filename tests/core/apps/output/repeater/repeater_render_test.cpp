@@ -1,8 +1,11 @@
 // The render worker: idling, order of sending, the end of a playlist, failed sends.
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <thread>
+#include <vector>
 
 #include <QThread>
 
@@ -245,6 +248,31 @@ TEST_F(RepeaterRenderTest, AControlCallIsAnsweredAfterThePendingPacket) {
     time.join();
     EXPECT_EQ(levels(9), (std::vector<int>{1, 2}));
     VirtualClock::set_step(VirtualClock::kStep);
+}
+
+TEST_F(RepeaterRenderTest, AControlCallNeverCutsAFrame) {
+    add(1, Recording{}
+               .dmx(0, {200})
+               .dmx(1, {200})
+               .dmx(2, {200})
+               .frame_delay(20ms)
+               .dmx(0, {200})
+               .dmx(1, {200})
+               .dmx(2, {200}));
+    load_paused({1});
+    const auto in_frame = std::make_shared<std::atomic<bool>>(false);
+    FakeUdpSocket::set_verdict([this, in_frame](const SentDatagram& /*datagram*/) {
+        // Holds the worker within the frame until the call below is there.
+        if (!in_frame->exchange(true)) {
+            EXPECT_TRUE(eventually([this] { return RepeaterAccess::write_pending(engine()); }));
+        }
+        return 0;
+    });
+    RepeaterAccess::request_play(engine(), {1});
+    ASSERT_TRUE(eventually([in_frame] { return in_frame->load(); }));
+    engine().set_brightness(1, 50);
+    ASSERT_TRUE(wait_for_sent(6));
+    EXPECT_EQ(levels(6), (std::vector<int>{200, 200, 200, 100, 100, 100}));
 }
 
 }  // namespace
