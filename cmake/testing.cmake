@@ -7,7 +7,7 @@
 #   SOURCES  instead of NAME.cpp
 #   ARGS     further command-line words
 #   DEPENDS  targets that must be built before it, such as a program that it starts
-#   TIMEOUT  seconds, 600 by default: for what hangs, not for what a busy machine or a sanitizer slows down
+#   TIMEOUT  seconds, CUEWRIGHT_TEST_TIMEOUT by default: for what hangs, not for what a busy machine or a sanitizer slows down
 
 # core_test_environment: what every test runs in.
 # ignore_noninstrumented_modules: Qt, D-Bus and GLib are not built with the thread sanitizer, which cannot see their locks and
@@ -20,13 +20,15 @@ set(core_test_environment
   "TSAN_OPTIONS=ignore_noninstrumented_modules=1 halt_on_error=1"
   "UBSAN_OPTIONS=print_stacktrace=1")
 
+set(CUEWRIGHT_TEST_TIMEOUT 600 CACHE STRING "Seconds after which a test without a limit of its own counts as hanging")
+
 function(core_add_test name)
   cmake_parse_arguments(arg "BUS;DRAWS" "LABEL;TIMEOUT" "LIBS;SOURCES;ARGS;DEPENDS" ${ARGN})
   if(NOT arg_SOURCES)
     set(arg_SOURCES ${name}.cpp)
   endif()
   if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 600)
+    set(arg_TIMEOUT ${CUEWRIGHT_TEST_TIMEOUT})
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} tests::support GTest::gtest GTest::gmock GTest::gtest_main project_warnings)
