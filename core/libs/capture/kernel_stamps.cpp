@@ -58,8 +58,7 @@ bool is_stamped_before(int own, const timespec& arrived) noexcept {
     return earlier(stamp, arrived);
 }
 
-}  // namespace
-
+/// Returns once the kernel stamps datagrams on their arrival, or when that cannot be seen.
 void await_kernel_stamps() noexcept {
     const posix::FileDescriptor own = open_own_peer();
     if (!own) {
@@ -76,6 +75,17 @@ void await_kernel_stamps() noexcept {
         }
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+}
+
+}  // namespace
+
+bool begin_stamps(int descriptor) noexcept {
+    const int on = 1;
+    if (setsockopt(descriptor, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) != 0) {
+        return false;
+    }
+    await_kernel_stamps();
+    return true;
 }
 
 }  // namespace capture

@@ -13,6 +13,7 @@
 #include <sys/ioctl.h>
 
 #include "capture/ip_packet.h"
+#include "capture/kernel_stamps.h"
 #include "capture/source.h"
 
 namespace capture {
@@ -93,6 +94,9 @@ std::unique_ptr<Source> open_packet_socket(const std::string& interface, std::ui
     if (index == 0) {
         throw SourceError("cannot watch interface " + interface + ": " + error_text() +
                           " (\"ip link\" lists the interfaces)");
+    }
+    if (!begin_stamps(descriptor.get())) {
+        throw SourceError("the system gives no receive time stamps: " + error_text());
     }
     if (!attach_filter(descriptor.get(), port)) {
         throw SourceError("cannot attach a filter: " + error_text());

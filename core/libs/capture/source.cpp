@@ -7,7 +7,6 @@
 
 #include <linux/sock_diag.h>
 
-#include "capture/kernel_stamps.h"
 #include "capture/receive_buffer.h"
 
 namespace capture {
@@ -15,11 +14,6 @@ namespace capture {
 Source::Source(posix::FileDescriptor socket)
     : socket_(std::move(socket)), reader_(std::make_unique<BatchReader>()) {
     const int on = 1;
-    if (setsockopt(socket_.get(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) != 0) {
-        throw SourceError("the system gives no receive time stamps: " +
-                          std::generic_category().message(errno));
-    }
-    await_kernel_stamps();
     // Without the counter, the socket's own one still tells of drops.
     setsockopt(socket_.get(), SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
     receive_buffer_ = widen_receive_buffer(socket_.get());

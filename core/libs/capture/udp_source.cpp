@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "capture/kernel_stamps.h"
 #include "capture/source.h"
 
 namespace capture {
@@ -49,6 +50,9 @@ posix::FileDescriptor open_bound(const UdpPlace& place) {
     posix::FileDescriptor descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!descriptor) {
         fail("cannot create a socket");
+    }
+    if (!begin_stamps(descriptor.get())) {
+        fail("the system gives no receive time stamps");
     }
     if (!place.interface.empty() &&
         setsockopt(descriptor.get(), SOL_SOCKET, SO_BINDTODEVICE, place.interface.data(),
