@@ -211,7 +211,11 @@ int blackout(const BusSettings& settings, const BlackoutOptions& options) {
     for (const auto& [port, reason] : delivery.failures) {
         note("127.0.0.1:" + std::to_string(port) + ": " + reason);
     }
-    return delivery.failures.empty() ? side.status : cli::kExitProblem;
+    if (!delivery.failures.empty()) {
+        return cli::kExitProblem;
+    }
+    // What was only listed has not failed because a service may play on.
+    return options.dry_run ? cli::kExitGood : side.status;
 }
 
 }  // namespace ctl
