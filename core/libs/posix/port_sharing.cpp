@@ -41,6 +41,7 @@ std::vector<std::string> robbed_of_unicast(int descriptor) {
     }
     const std::string own_inode = std::to_string(status.st_ino);
     const std::uint32_t own_address = ntohl(own.sin_addr.s_addr);
+    const std::string what = own_address == INADDR_ANY ? "unicast" : "unicast to " + ipv4_text(own_address);
     std::vector<std::string> lines;
     for (const UdpSocket& other : table_with(own_inode)) {
         const bool robbed = other.address == INADDR_ANY || other.address == own_address;
@@ -49,7 +50,7 @@ std::vector<std::string> robbed_of_unicast(int descriptor) {
         }
         const std::string place = other.address == INADDR_ANY ? "*" : ipv4_text(other.address);
         lines.push_back(text_of(holder_of(other.inode)) + " shares " + place + ":" +
-                        std::to_string(other.port) + "; unicast that came to it comes here now");
+                        std::to_string(other.port) + "; " + what + " that came to it comes here now");
     }
     return lines;
 }

@@ -7,9 +7,8 @@
 namespace posix {
 
 /**
- * Who is left without unicast by a UDP socket that has just been bound, a line each: "NAME (process 812)
- * shares
- * *:6454; unicast that came to it comes here now".
+ * Who is left without unicast by a UDP socket that has just been bound, a line each:
+ * "NAME (process 812) shares *:6454; unicast that came to it comes here now".
  *
  * Of sockets that share a port, the one with the more specific address gets the unicast datagrams, of equals
  * the last to bind. Empty when there are none, or when the system's table of sockets cannot be read.

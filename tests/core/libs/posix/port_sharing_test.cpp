@@ -46,9 +46,9 @@ private:
 };
 
 /// What is said of a socket of this process.
-std::string line(const std::string& place, std::uint16_t port) {
+std::string line(const std::string& place, std::uint16_t port, const std::string& what = "unicast") {
     return "port_sharing_test (process " + std::to_string(getpid()) + ") shares " + place + ":" +
-           std::to_string(port) + "; unicast that came to it comes here now";
+           std::to_string(port) + "; " + what + " that came to it comes here now";
 }
 
 }  // namespace
@@ -64,7 +64,7 @@ TEST(UdpTableTest, LinesThatAreNoSocketsAreLeftOut) {
 }
 
 TEST(UdpTableTest, ANameThatTheSystemHasCutIsTakenFromTheProgramsFile) {
-    const std::filesystem::path root = testing::TempDir() + "udp_table_test";
+    const std::filesystem::path root = testing::TempDir() + "udp_table_test." + std::to_string(getpid());
     const auto process = [&](int id, const std::string& name, const std::string& file) {
         const std::filesystem::path directory = root / "proc" / std::to_string(id);
         std::filesystem::create_directories(directory / "fd");
@@ -89,12 +89,12 @@ TEST(PortSharingTest, WhoHasTheSamePlaceOrAllAddressesIsRobbed) {
     const Socket everywhere(INADDR_ANY, 0);
     EXPECT_THAT(everywhere.robbed(), IsEmpty());
     const Socket loopback(INADDR_LOOPBACK, everywhere.port());
-    EXPECT_THAT(loopback.robbed(), ElementsAre(line("*", everywhere.port())));
+    EXPECT_THAT(loopback.robbed(), ElementsAre(line("*", everywhere.port(), "unicast to 127.0.0.1")));
     // What is more specific keeps its own.
     EXPECT_THAT(Socket(INADDR_ANY, everywhere.port()).robbed(), ElementsAre(line("*", everywhere.port())));
-    EXPECT_THAT(
-        Socket(INADDR_LOOPBACK, everywhere.port()).robbed(),
-        testing::UnorderedElementsAre(line("*", everywhere.port()), line("127.0.0.1", everywhere.port())));
+    EXPECT_THAT(Socket(INADDR_LOOPBACK, everywhere.port()).robbed(),
+                testing::UnorderedElementsAre(line("*", everywhere.port(), "unicast to 127.0.0.1"),
+                                              line("127.0.0.1", everywhere.port(), "unicast to 127.0.0.1")));
     EXPECT_THAT(Socket(INADDR_LOOPBACK + 1, 0).robbed(), IsEmpty());
 }
 
