@@ -35,8 +35,8 @@ void FrameWriter::push(EncodedFrame frame) {
     }
     if (behind_ + frame.bytes.size() > most_behind_) {
         report(std::make_exception_ptr(
-            cli::Failure(file_.path() + ": the disk does not keep up; " + std::to_string(waiting_.size()) +
-                         " frames were waiting for it, and the recording ends before them")));
+            cli::Failure(file_.path() + ": the disk does not keep up; it was behind by " +
+                         std::to_string(behind_) + " bytes, and the recording ends early")));
         return;
     }
     behind_ += frame.bytes.size();

@@ -13,6 +13,7 @@
 #include "artnet/records.h"
 #include "cli/failure.h"
 #include "cli/progress.h"
+#include "ondra/timing.h"
 #include "output_recording.h"
 
 using namespace std::chrono_literals;
@@ -109,7 +110,7 @@ WrittenSummary write_edited(const EditedRecording& recording, const std::vector<
     if (timings != 0) {
         summary.frames = timings;
     }
-    summary.duration = packets.back().begin + kLastFrameTime;
+    summary.duration = ondra::saturating_add(packets.back().begin, kLastFrameTime);
     return summary;
 }
 

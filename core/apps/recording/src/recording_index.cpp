@@ -7,6 +7,7 @@
 #include "artnet/opcodes.h"
 #include "artnet/recording_timing.h"
 #include "cli/failure.h"
+#include "ondra/timing.h"
 
 namespace recording {
 
@@ -15,7 +16,7 @@ namespace {
 /// When a packet's frame ends by its own timing packet.
 std::chrono::nanoseconds written_end(const RecordedPacket& packet) {
     if (packet.timing == RecordedTiming::None) {
-        return packet.begin + kLastFrameTime;
+        return ondra::saturating_add(packet.begin, kLastFrameTime);
     }
     constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     std::int64_t end = packet.begin.count();
