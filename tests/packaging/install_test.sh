@@ -107,12 +107,11 @@ service=$(sed -n 's/^Exec=//p' "$prefix/share/dbus-1/services/com.torvexserver.C
 run dbus-run-session -- bash -c '
     '"$service"' &
     service=$!
-    status=3
     for try in {1..300}; do
-        cuewrightctl play 1 --wait --timeout 60 && status=0 || status=$?
-        [ $status = 3 ] || break   # 3: not there, as yet
+        cuewrightctl log-level >/dev/null 2>&1 && break   # answered once all of it is on the bus
         sleep 0.1
     done
+    cuewrightctl play 1 --wait --timeout 60 && status=0 || status=$?
     kill $service
     exit $status'
 
