@@ -47,8 +47,8 @@ public:
     struct Times {
         /// Without any progress of their destination.
         Backoff::Clock::duration patience = std::chrono::milliseconds(20);
-        /// In all, once the ring is read to its end: first what is paced, then what waits for full queues.
-        /// Each of the two takes so long at most.
+        /// Once the ring is read to its end, for each of the two that follow: sending what is paced, then
+        /// what waits for full queues.
         Backoff::Clock::duration longest_end = std::chrono::seconds(2);
     };
 
