@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -41,7 +42,7 @@ std::vector<std::string> robbed_of_unicast(int descriptor) {
     }
     const std::string own_inode = std::to_string(status.st_ino);
     const std::uint32_t own_address = ntohl(own.sin_addr.s_addr);
-    const std::string what = own_address == INADDR_ANY ? "unicast" : "unicast to " + ipv4_text(own_address);
+    const std::string lost = own_address == INADDR_ANY ? "unicast" : "unicast to " + ipv4_text(own_address);
     std::vector<std::string> lines;
     for (const UdpSocket& other : table_with(own_inode)) {
         const bool robbed = other.address == INADDR_ANY || other.address == own_address;
@@ -49,8 +50,11 @@ std::vector<std::string> robbed_of_unicast(int descriptor) {
             continue;
         }
         const std::string place = other.address == INADDR_ANY ? "*" : ipv4_text(other.address);
-        lines.push_back(text_of(holder_of(other.inode)) + " shares " + place + ":" +
-                        std::to_string(other.port) + "; " + what + " that came to it comes here now");
+        std::string line = text_of(holder_of(other.inode)) + " shares " + place;
+        line += ":" + std::to_string(other.port) + "; ";
+        line += lost;
+        line += " that came to it comes here now";
+        lines.push_back(std::move(line));
     }
     return lines;
 }
