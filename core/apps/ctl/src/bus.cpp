@@ -9,6 +9,7 @@
 
 #include "bus_probe.h"
 #include "names.h"
+#include "zone.h"
 
 namespace ctl {
 
@@ -41,6 +42,8 @@ QDBusConnection connect_to(const std::string& address, std::chrono::milliseconds
                                "; it hangs or is halted: see what has become of its process",
                            kExitTimeout);
     }
+    // Before the connection, so that its thread, which may hold a zone to the end, ends before the types go.
+    register_zone_types();
     return QDBusConnection::connectToBus(QString::fromStdString(address), kConnection);
 }
 

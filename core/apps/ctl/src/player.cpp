@@ -20,9 +20,7 @@ Method logger(const char* name) {
 
 }  // namespace
 
-Player::Player(Bus& bus) : bus_(bus) {
-    register_zone_types();
-}
+Player::Player(Bus& bus) : bus_(bus) {}
 
 bool Player::play(int playlist) const {
     return bus_.ask<bool>(engine("play_playlist"), {playlist});
