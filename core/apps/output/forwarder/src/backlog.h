@@ -20,7 +20,7 @@ namespace forwarder {
 /**
  * Keeps, in order, what the system would not take of each destination, and offers it again each kRetryAfter.
  *
- * The packets are copied, so that the ring's slots go on to others. When there are too many, the oldest of
+ * The packets are copied, so that their slots go on to others. When there are too many, the oldest of
  * the same destination go: levels that newer ones would replace anyway. A destination that takes nothing for
  * the whole patience is given up, with all that waits for it. Nothing here ever waits. Send thread only.
  */

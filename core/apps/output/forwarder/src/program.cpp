@@ -26,8 +26,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Slots between the threads: four bursts of 2,000, in 4.7 MB.
-constexpr std::size_t kRingSlots = 8192;
+/// Datagrams that may wait here to be sent: four bursts of 2,000, in 4.7 MB.
+constexpr std::size_t kSlots = 8192;
 
 void log(const std::string& line) {
     std::fputs(("cuewright-forwarder: " + line + "\n").c_str(), stderr);
@@ -74,16 +74,15 @@ std::optional<int> open_sockets(const Options& options, Sockets& sockets) {
     return std::nullopt;
 }
 
-/// Threads and what they share, in the order in which they depend on each other.
+/// The thread of the forwarding and what it uses, in the order in which they depend on each other.
 class Forwarder {
 public:
     Forwarder(const Options& options, const Sockets& sockets, posix::FileDescriptor signals)
         : sockets_(sockets),
           json_(options.json),
           signals_(std::move(signals)),
-          ring_(kRingSlots),
-          sender_(ring_, options, log_queue_, options.watch ? &statistics_ : nullptr),
-          receiver_(sockets_, ring_) {
+          intake_(sockets_, kSlots),
+          sender_(intake_, options, log_queue_, options.watch ? &statistics_ : nullptr) {
         if (options.watch) {
             watch_.emplace(options.json);
         }
@@ -99,7 +98,7 @@ public:
         while (!take_signals()) {
             write_log();
             if (Clock::now() >= next_view) {
-                watch_->show(statistics_, take_report(sockets_, receiver_, sender_));
+                watch_->show(statistics_, take_report(sockets_, intake_, sender_));
                 next_view = Clock::now() + watch_->period();
             }
             if (Clock::now() >= next_metrics) {
@@ -108,7 +107,7 @@ public:
             }
             wait(std::min(next_view, next_metrics));
         }
-        receiver_.stop();
+        intake_.stop();
         sender_.join();
         write_log();
         if (metrics_) {
@@ -145,12 +144,12 @@ private:
         if (watch_) {
             watch_->leave_screen();
         }
-        const Report report = take_report(sockets_, receiver_, sender_);
+        const Report report = take_report(sockets_, intake_, sender_);
         cli::print(json_ ? to_json(report) : to_table(report));
     }
 
     void write_metrics() {
-        const Report report = take_report(sockets_, receiver_, sender_);
+        const Report report = take_report(sockets_, intake_, sender_);
         if (const std::string failure = metrics_->write(to_prometheus(report, metrics_->failures()));
             !failure.empty()) {
             log(failure);
@@ -172,10 +171,8 @@ private:
     posix::FileDescriptor signals_;
     WatchStatistics statistics_;
     LogQueue log_queue_;
-    DatagramRing ring_;
-    /// The sender goes last: it ends when the receiver has closed the ring.
+    Intake intake_;
     Sender sender_;
-    Receiver receiver_;
     std::optional<WatchOutput> watch_;
     std::optional<MetricsFile> metrics_;
 };

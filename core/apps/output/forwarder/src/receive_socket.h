@@ -22,7 +22,7 @@ namespace forwarder {
 [[nodiscard]] std::string receive_buffer_advice(int bytes);
 
 /**
- * One listening socket. The receive thread reads from it and notes the kernel's drops; any thread may ask for
+ * One listening socket. The send thread reads from it and notes the kernel's drops; any thread may ask for
  * them.
  */
 class ReceiveSocket {
@@ -46,9 +46,9 @@ public:
     [[nodiscard]] int receive_buffer() const noexcept { return receive_buffer_; }
 
     /// Shuts the socket for what arrives from now on; what it holds can still be read. The kernel counts the
-    /// refused as dropped. Receive thread.
+    /// refused as dropped. Send thread.
     void refuse_more() noexcept;
-    /// Takes in the drop counter that the kernel attaches to a received message, if it did. Receive thread.
+    /// Takes in the drop counter that the kernel attaches to a received message, if it did. Send thread.
     void note_drops(msghdr& message) noexcept;
     void note_received(std::uint64_t count) noexcept {
         received_.fetch_add(count, std::memory_order_relaxed);
@@ -65,9 +65,9 @@ private:
     posix::FileDescriptor socket_;
     std::uint16_t port_ = 0;
     int receive_buffer_ = 0;
-    /// Written by the receive thread, read by any.
+    /// Written by the send thread, read by any.
     std::atomic<std::uint64_t> received_{0};
-    /// Its low 32 bits are the kernel's last known counter. Written by the receive thread, read by any.
+    /// Its low 32 bits are the kernel's last known counter. Written by the send thread, read by any.
     std::atomic<std::uint64_t> drops_{0};
 };
 

@@ -73,7 +73,7 @@ std::uint64_t Report::rejected_in_all() const {
     return std::accumulate(rejected.begin(), rejected.end(), std::uint64_t{0});
 }
 
-Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, const Receiver& receiver,
+Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, const Intake& intake,
                    const Sender& sender) {
     Report report;
     // Read against the flow, so that no datagram is seen further on than where it is counted first.
@@ -96,7 +96,7 @@ Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets, cons
         report.rejected[i] = sender.rejected(fault_at(i));
     }
     report.accepted = sender.accepted();
-    report.left_behind = receiver.left_behind();
+    report.left_behind = intake.left_behind();
     for (const auto& socket : sockets) {
         report.ports.push_back(
             {socket->port(), socket->received(), socket->kernel_drops(), socket->receive_buffer()});

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "intake.h"
 #include "receive_socket.h"
-#include "receiver.h"
 #include "sender.h"
 
 namespace forwarder {
@@ -50,7 +50,7 @@ struct Report {
 
 /// Reads all counters. Any thread.
 [[nodiscard]] Report take_report(std::span<const std::unique_ptr<ReceiveSocket>> sockets,
-                                 const Receiver& receiver, const Sender& sender);
+                                 const Intake& intake, const Sender& sender);
 
 /// Lines ending in line feeds.
 [[nodiscard]] std::string to_table(const Report& report);

@@ -15,8 +15,10 @@ namespace {
 
 using artnet::ForwardingFault;
 
-/// Datagrams handled at a time: enough for few system calls, few enough that slots go back to the ring soon.
-constexpr std::size_t kBatch = Destination::kMostPackets;
+/// Datagrams handled at a time: enough for few system calls, few enough that meanwhile no more arrive than
+/// the smallest usual receive buffer holds.
+constexpr std::size_t kBatch = 64;
+static_assert(kBatch <= Destination::kMostPackets);
 
 struct FaultNames {
     const char* text;
@@ -43,11 +45,12 @@ const char* fault_key(ForwardingFault fault) noexcept {
     return kFaultNames[static_cast<std::size_t>(fault)].key;
 }
 
-Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch)
-    : Sender(ring, options, log, watch, Times{}) {}
+Sender::Sender(DatagramSource& source, const Options& options, LogQueue& log, WatchStatistics* watch)
+    : Sender(source, options, log, watch, Times{}) {}
 
-Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch, Times times)
-    : ring_(ring),
+Sender::Sender(DatagramSource& source, const Options& options, LogQueue& log, WatchStatistics* watch,
+               Times times)
+    : source_(source),
       log_(log),
       watch_(watch),
       destinations_(options.rewrites, options.dscp),
@@ -69,8 +72,8 @@ Sender::Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchS
 }
 
 Sender::~Sender() {
-    // A no-op after a normal end; without a receiver that came to be, nobody else would end the wait.
-    ring_.close();
+    // A no-op after a normal end; when the program's start fails, nobody else would end the wait.
+    source_.stop();
     join();
 }
 
@@ -91,17 +94,17 @@ void Sender::run() {
         // What falls due is then not late by the 50 us that the kernel may add to a sleep by default.
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     }
-    while (!ring_.finished()) {
+    while (!source_.finished()) {
         const auto wake = next_wake();
-        const std::span<Slot> slots = ring_.wait_readable(kBatch, wake);
+        const std::span<Slot> slots = source_.wait(kBatch, wake);
         process(slots);
         if (outlet_) {
-            // The packets lie in the ring until they are sent. What has come since the last of them, or since
-            // the wait ended by its time, may still be in the ring.
+            // The packets lie in the source until they are sent. What has come since the last of them, or
+            // since the wait ended by its time, may still be in there.
             const auto now = Backoff::Clock::now();
             outlet_->serve(now, slots.empty() ? std::min(now, wake) : slots.back().received);
         }
-        ring_.release(slots.size());
+        source_.release(slots.size());
         retry_backlog();
     }
     if (outlet_) {

@@ -1,5 +1,5 @@
 #pragma once
-// The send thread: checks datagrams and delivers their packets.
+// The thread of the forwarding: checks datagrams and delivers their packets.
 
 #include <array>
 #include <atomic>
@@ -16,7 +16,7 @@
 
 #include "artnet/forwarding_datagram.h"
 #include "backlog.h"
-#include "datagram_ring.h"
+#include "datagram_source.h"
 #include "destination_table.h"
 #include "log_queue.h"
 #include "options.h"
@@ -34,12 +34,12 @@ static_assert(static_cast<std::size_t>(artnet::ForwardingFault::Identifier) == k
 [[nodiscard]] const char* fault_key(artnet::ForwardingFault fault) noexcept;
 
 /**
- * Owns the send thread. It sleeps on the ring without a bound; a datagram or the ring's close ends that, or
+ * Owns the send thread. It sleeps in the source without a bound; a datagram or the source's end ends that, or
  * the next try of a backlog, or what falls due in the outlet, which there is only where an option asks for
  * it. It waits for nothing else: what a destination's full queue does not take goes into the backlog, and the
- * next datagrams of the ring are served.
+ * next datagrams of the source are served.
  *
- * The ring, the log queue and the statistics are borrowed and outlive this object.
+ * The source, the log queue and the statistics are borrowed and outlive this object.
  */
 class Sender final : private PacketSink {
 public:
@@ -47,20 +47,21 @@ public:
     struct Times {
         /// Without any progress of their destination.
         Backoff::Clock::duration patience = std::chrono::milliseconds(20);
-        /// Once the ring is read to its end, for each of the two that follow: sending what is paced, then
+        /// Once the source is read to its end, for each of the two that follow: sending what is paced, then
         /// what waits for full queues.
         Backoff::Clock::duration longest_end = std::chrono::seconds(2);
     };
 
     /// Starts the thread. `watch` may be null: nothing is recorded.
-    Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch);
-    Sender(DatagramRing& ring, const Options& options, LogQueue& log, WatchStatistics* watch, Times times);
-    /// Closes the ring, whose writer must have ended or never begun, and joins.
+    Sender(DatagramSource& source, const Options& options, LogQueue& log, WatchStatistics* watch);
+    Sender(DatagramSource& source, const Options& options, LogQueue& log, WatchStatistics* watch,
+           Times times);
+    /// Stops the source and joins.
     ~Sender();
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
 
-    /// Waits until everything in the closed ring is settled. Main thread.
+    /// Waits until everything that the source still has, once it is stopped, is settled. Main thread.
     void join();
 
     /// Datagrams that passed all checks. Any thread, as all below.
@@ -95,7 +96,7 @@ private:
     void settle_backlog();
     void report_error(Destination& destination, Backoff::Clock::time_point now);
 
-    DatagramRing& ring_;
+    DatagramSource& source_;
     LogQueue& log_;
     WatchStatistics* watch_;
     DestinationTable destinations_;

@@ -15,9 +15,9 @@ namespace forwarder {
  * Divides the packets of each destination into groups, each of which one ArtSync ends.
  *
  * A group is what arrives back to back. It ends before a packet of a universe that it already holds (the next
- * frame has begun), and when nothing has come for kGap. Times are those of arrival, so that a delay of the
- * send thread neither joins nor parts groups; one of the receive thread, which takes them, may. Send thread
- * only.
+ * frame has begun), and when nothing has come for kGap. Times are those at which the packets were taken from
+ * the socket, so that what waits here to be sent neither joins nor parts groups; an interruption of the
+ * thread just between two of them may. Send thread only.
  */
 class SyncSender {
 public:

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "handed_over.h"
 #include "support/eventually.h"
 #include "udp_peer.h"
 
@@ -45,7 +46,6 @@ int __wrap_sendmmsg(int socket, mmsghdr* messages, unsigned count, int flags) {
 
 namespace {
 
-using forwarder::DatagramRing;
 using forwarder::Sender;
 using testing::AllOf;
 using testing::EndsWith;
@@ -67,8 +67,6 @@ protected:
         full_ports.clear();
         dead_addresses.clear();
     }
-    ~SenderTest() override { ring_.close(); }
-
     static void set_full(const UdpPeer& peer, bool full) {
         const std::scoped_lock guard(script_mutex);
         full ? (void)full_ports.insert(peer.port()) : (void)full_ports.erase(peer.port());
@@ -76,15 +74,7 @@ protected:
 
     /// Hands all datagrams over at once, as received together some time ago.
     void arrive(const std::vector<Bytes>& datagrams, std::chrono::milliseconds ago = {}) {
-        const auto slots = ring_.writable(datagrams.size());
-        ASSERT_EQ(slots.size(), datagrams.size());
-        const auto received = std::chrono::steady_clock::now() - ago;
-        for (std::size_t i = 0; i < datagrams.size(); ++i) {
-            std::ranges::copy(datagrams[i], slots[i].data.begin());
-            slots[i].size = datagrams[i].size();
-            slots[i].received = received;
-        }
-        ring_.publish(datagrams.size());
+        source_.arrive(datagrams, std::chrono::steady_clock::now() - ago);
     }
 
     static Bytes to(const UdpPeer& peer, unsigned char mark) {
@@ -100,7 +90,7 @@ protected:
         return {};
     }
 
-    DatagramRing ring_{4096};
+    tests::HandedOver source_;
     forwarder::Options options_;
     forwarder::LogQueue log_;
     UdpPeer slow_;
@@ -108,7 +98,7 @@ protected:
 };
 
 TEST_F(SenderTest, OthersAreServedWhileOneQueueStaysFull) {
-    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
+    Sender sender(source_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive({to(slow_, 1), to(other_, 1)});
     EXPECT_EQ(other_.receive(), artdmx(0, 0, 1)) << "of the same batch";
@@ -121,7 +111,7 @@ TEST_F(SenderTest, OthersAreServedWhileOneQueueStaysFull) {
 }
 
 TEST_F(SenderTest, OrderIsKeptAcrossAWait) {
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(source_, options_, log_, nullptr, kForEver);
     set_full(slow_, true);
     arrive({to(slow_, 1), to(slow_, 2), to(slow_, 3)});
     EXPECT_TRUE(eventually([&] { return counters(sender, slow_).waits > 0; }));
@@ -138,7 +128,7 @@ TEST_F(SenderTest, OrderIsKeptAcrossAWait) {
 }
 
 TEST_F(SenderTest, WaitingPacketsGoOutWithoutAnotherDatagramOnceThereIsRoom) {
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(source_, options_, log_, nullptr, kForEver);
     set_full(slow_, true);
     arrive({to(slow_, 1)});
     EXPECT_TRUE(eventually([&] { return counters(sender, slow_).waits > 1; })) << "it is tried again";
@@ -148,7 +138,7 @@ TEST_F(SenderTest, WaitingPacketsGoOutWithoutAnotherDatagramOnceThereIsRoom) {
 
 TEST_F(SenderTest, WaitingPacketsAreBoundedAndTheNewestAreKept) {
     constexpr unsigned kMost = forwarder::Backlog::kMostOfOne;
-    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
+    Sender sender(source_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive(std::vector<Bytes>(10, to(slow_, 1)));
     arrive(std::vector<Bytes>(kMost - 1, to(slow_, 2)));
@@ -160,7 +150,7 @@ TEST_F(SenderTest, WaitingPacketsAreBoundedAndTheNewestAreKept) {
 }
 
 TEST_F(SenderTest, QueueThatStaysFullIsGivenUpAndLeftAloneForAWhile) {
-    Sender sender(ring_, options_, log_, nullptr, kNotAtAll);
+    Sender sender(source_, options_, log_, nullptr, kNotAtAll);
     set_full(slow_, true);
     arrive({to(slow_, 1), to(slow_, 2), to(slow_, 3)});
     EXPECT_TRUE(eventually([&] { return counters(sender, slow_).unsent == 3; }));
@@ -176,7 +166,7 @@ TEST_F(SenderTest, QueueThatStaysFullIsGivenUpAndLeftAloneForAWhile) {
 
 TEST_F(SenderTest, CopiesThatWaitHoldUpNobody) {
     options_.tee = forwarder::Endpoint{forwarder::kLoopbackAddress, slow_.port()};
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(source_, options_, log_, nullptr, kForEver);
     set_full(slow_, true);
     arrive({to(other_, 1)});
     EXPECT_EQ(other_.receive(), artdmx(0, 0, 1));
@@ -188,11 +178,11 @@ TEST_F(SenderTest, CopiesThatWaitHoldUpNobody) {
 }
 
 TEST_F(SenderTest, EndWaitsForWhatWaitsAndGivesTheRestUp) {
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(source_, options_, log_, nullptr, kForEver);
     set_full(slow_, true);
     arrive({to(slow_, 1)});
     EXPECT_TRUE(eventually([&] { return counters(sender, slow_).waits > 0; }));
-    ring_.close();
+    source_.stop();
     set_full(slow_, false);
     sender.join();
     EXPECT_EQ(counters(sender, slow_).packets, 1U);
@@ -200,17 +190,17 @@ TEST_F(SenderTest, EndWaitsForWhatWaitsAndGivesTheRestUp) {
 }
 
 TEST_F(SenderTest, EndIsNotHeldUpByAQueueThatStaysFull) {
-    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
+    Sender sender(source_, options_, log_, nullptr, kUntilTheEnd);
     set_full(slow_, true);
     arrive({to(slow_, 1)});
-    ring_.close();
+    source_.stop();
     sender.join();
     EXPECT_EQ(counters(sender, slow_).unsent, 1U);
     EXPECT_EQ(log_.take().size(), 1U) << "the log tells of it";
 }
 
 TEST_F(SenderTest, ErrorsOfManyDestinationsAtOnceGiveTenLinesAndTheRestIsToldOfLater) {
-    Sender sender(ring_, options_, log_, nullptr);
+    Sender sender(source_, options_, log_, nullptr);
     std::vector<Bytes> datagrams;
     for (unsigned i = 1; i <= 30; ++i) {
         {
@@ -239,7 +229,7 @@ TEST_F(SenderTest, ErrorsOfManyDestinationsAtOnceGiveTenLinesAndTheRestIsToldOfL
 }
 
 TEST_F(SenderTest, RejectedDatagramsGiveFiveLinesAtOnce) {
-    Sender sender(ring_, options_, log_, nullptr);
+    Sender sender(source_, options_, log_, nullptr);
     std::vector<Bytes> datagrams(20, Bytes(100));
     datagrams.push_back(to(other_, 1));
     arrive(datagrams);
@@ -251,7 +241,7 @@ TEST_F(SenderTest, RejectedDatagramsGiveFiveLinesAtOnce) {
 }
 
 TEST_F(SenderTest, RejectedPacketIsChargedToTheDestinationThatItsHeaderNames) {
-    Sender sender(ring_, options_, log_, nullptr);
+    Sender sender(source_, options_, log_, nullptr);
     Bytes wrong = to(slow_, 1);
     wrong[artnet::kForwardingHeaderSize] = 'X';
     arrive({wrong, wrong, to(slow_, 2), to(other_, 1)});
@@ -265,11 +255,11 @@ TEST_F(SenderTest, RejectedPacketIsChargedToTheDestinationThatItsHeaderNames) {
 
 TEST_F(SenderTest, PacedPacketsThatAreStillWaitingAfterTheTimeForTheEndCountAsUnsent) {
     options_.outlet.pace = std::chrono::hours(1);
-    Sender sender(ring_, options_, log_, nullptr, kUntilTheEnd);
+    Sender sender(source_, options_, log_, nullptr, kUntilTheEnd);
     arrive({to(other_, 1), tests::datagram("127.0.0.1", other_.port(), artdmx(1)),
             tests::datagram("127.0.0.1", other_.port(), artdmx(2))});
     EXPECT_EQ(other_.receive(), artdmx(0, 0, 1));
-    ring_.close();
+    source_.stop();
     sender.join();
     EXPECT_FALSE(other_.pending());
     EXPECT_EQ(counters(sender, other_).packets, 1U);
@@ -280,7 +270,7 @@ TEST_F(SenderTest, PacedPacketsThatAreStillWaitingAfterTheTimeForTheEndCountAsUn
 TEST_F(SenderTest, PacedPacketsGoThroughTheQueueOfADestinationThatIsFull) {
     options_.outlet.pace = std::chrono::nanoseconds(1);
     options_.outlet.sequence = true;
-    Sender sender(ring_, options_, log_, nullptr, kForEver);
+    Sender sender(source_, options_, log_, nullptr, kForEver);
     set_full(slow_, true);
     for (unsigned universe = 0; universe < 3; ++universe) {
         arrive({tests::datagram("127.0.0.1", slow_.port(), artdmx(universe))});
@@ -292,16 +282,16 @@ TEST_F(SenderTest, PacedPacketsGoThroughTheQueueOfADestinationThatIsFull) {
     }
 }
 
-TEST_F(SenderTest, AGroupThatIsStillInTheRingIsNotEndedByTheClock) {
+TEST_F(SenderTest, AGroupThatIsNotHandedOutYetIsNotEndedByTheClock) {
     options_.outlet.sync = true;
-    Sender sender(ring_, options_, log_, nullptr);
+    Sender sender(source_, options_, log_, nullptr);
     // More than are handled at a time, and late: the gap is over long before the second part is looked at.
     std::vector<Bytes> datagrams;
     for (unsigned universe = 0; universe < forwarder::Destination::kMostPackets + 4; ++universe) {
         datagrams.push_back(tests::datagram("127.0.0.1", other_.port(), artdmx(universe)));
     }
     arrive(datagrams, std::chrono::hours(1));
-    ring_.close();
+    source_.stop();
     sender.join();
     EXPECT_EQ(counters(sender, other_).packets, datagrams.size() + 1);
     EXPECT_EQ(sender.outlet()->counters().syncs, 1U);
@@ -310,7 +300,7 @@ TEST_F(SenderTest, AGroupThatIsStillInTheRingIsNotEndedByTheClock) {
 TEST_F(SenderTest, DestinationsThatShareASocketAreTrimmedAndCountedAsNotFollowed) {
     options_.outlet.trim = true;
     options_.outlet.sequence = true;
-    Sender sender(ring_, options_, log_, nullptr);
+    Sender sender(source_, options_, log_, nullptr);
     Bytes small = artdmx(0, 0, 77);
     small[16] = 0;
     small[17] = 2;
