@@ -28,6 +28,12 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 
 constexpr int kUnknownFrameSize = -1;
 
+/// Bytes by which the thread's heap grows at a time. Less than the C library takes a mapping of its own for,
+/// or gives back at once.
+constexpr std::size_t kHeapStep = 96UL * 1024;
+/// What the C library adds to an allocation at most.
+constexpr std::size_t kHeapOverhead = 24;
+
 }  // namespace
 
 struct PlaylistLoader::EffectLoad {
@@ -72,6 +78,7 @@ void PlaylistLoader::start(Playlist& playlist) {
         playlist.packets_.clear();
     }
     loaded_time_ = 0ns;
+    stored_bytes_ = kHeapStep;
     playlist.loaded_effects_.store(0);
     playlist.packet_count_.store(0);
     // Entries of an earlier load keep their value: each effect's first packet overwrites its own.
@@ -101,6 +108,16 @@ void PlaylistLoader::load_playlist(Playlist& playlist) {
     raise_ready();
     running_.store(false);
     done_flag_.store(true, std::memory_order_release);
+}
+
+void PlaylistLoader::make_room(std::size_t size) {
+    stored_bytes_ += size + kHeapOverhead;
+    if (stored_bytes_ >= kHeapStep) {
+        // The C library makes the heap of a thread larger by a page at a time, each by a system call; that
+        // was a third of a load's time. What is freed at the heap's end stays there for the packets to come.
+        ::operator delete(::operator new(kHeapStep));
+        stored_bytes_ = size + kHeapOverhead;
+    }
 }
 
 void PlaylistLoader::raise_ready() {
@@ -167,6 +184,7 @@ void PlaylistLoader::take_dmx(EffectLoad& load, ArtNetParser& parser, ArtDmx& dm
     const std::size_t size = offsetof(ArtDmx, Data) + dmx.Length;
     parser.convert_to_raw(dmx);
     const auto* const raw = reinterpret_cast<const unsigned char*>(&dmx);
+    make_room(size);
     pending_.universe = universe;
     pending_.data = std::vector<unsigned char>(raw, raw + size);
     pending_.delay = 0ns;

@@ -41,6 +41,8 @@ public:
     [[nodiscard]] bool done() const noexcept { return done_flag_.load(std::memory_order_acquire); }
 
 private:
+    static constexpr std::size_t kCacheLine = 64;
+
     /// What belongs to the effect being loaded. Loader thread only.
     struct EffectLoad;
 
@@ -53,19 +55,25 @@ private:
     /// Takes one ArtDmx packet of the recording: stores the pending one, then keeps this one back.
     void take_dmx(EffectLoad& load, ArtNetParser& parser, ArtDmx& dmx);
     void raise_ready();
+    /// Keeps room in the thread's heap for the packet that is stored next.
+    void make_room(std::size_t size);
 
     /// True while loading is allowed to go on. Written by the main and the loader thread, read by both.
     std::atomic<bool> running_{false};
     /// Written by the loader thread at its end with release, which publishes all that it stored.
     std::atomic<bool> done_flag_{false};
     std::thread thread_;
-    /// Makes ready_ rise once. Loader thread, and start() while no thread runs; so are the three below.
+    /// Makes ready_ rise once. Loader thread, and start() while no thread runs; so are the four below ready_.
     bool ready_latch_ = false;
     /// Written by the loader thread, read by the main thread.
     std::atomic<bool> ready_{false};
-    bool pending_valid_ = false;
+    /// Apart from what is above: the main thread looks at ready_ without a pause while it waits, and would
+    /// take the cache line from the loader thread with every packet.
+    alignas(kCacheLine) bool pending_valid_ = false;
     /// The last ArtDmx packet read, held back until its delay is known.
     Playlist::Packet pending_;
     /// Sum of the delays of all stored packets; saturates.
     ondra::Clock::duration loaded_time_{0};
+    /// Bytes allocated for packets since the thread's heap was made larger.
+    std::size_t stored_bytes_ = 0;
 };
