@@ -13,6 +13,8 @@ using std::chrono::steady_clock;
 /// Frames of each universe in one stretch: as many periods of what should be silent go by meanwhile.
 constexpr int kFramesEach = 6;
 constexpr std::chrono::seconds kPatience{60};
+/// How long a stretch lasts when nothing has to be heard: as long as tens of frames.
+constexpr std::chrono::milliseconds kSilence{100};
 constexpr std::size_t kFirstChannel = 42;
 
 /// What is wrong with a frame; empty when nothing is.
@@ -53,15 +55,18 @@ void Audience::skip() {
 
 Audience::Stretch Audience::stretch(const std::vector<model::Audible>& audible,
                                     const std::vector<int>& uncertain) {
-    const auto deadline = steady_clock::now() + kPatience;
+    const auto begin = steady_clock::now();
     // Of right frames.
     std::vector<int> count(audible.size(), 0);
     Stretch result;
     const auto missing = [&count] {
         return std::find_if(count.begin(), count.end(), [](int frames) { return frames < kFramesEach; });
     };
-    while (missing() != count.end()) {
-        if (steady_clock::now() >= deadline) {
+    const auto unfinished = [&] {
+        return audible.empty() ? steady_clock::now() - begin < kSilence : missing() != count.end();
+    };
+    while (unfinished()) {
+        if (!audible.empty() && steady_clock::now() - begin >= kPatience) {
             const model::Audible& silent = audible[static_cast<std::size_t>(missing() - count.begin())];
             result.wrong = "universe " + std::to_string(silent.universe) +
                            " is not heard as it should be at port " + std::to_string(silent.port) +
@@ -93,7 +98,7 @@ Audience::Stretch Audience::stretch(const std::vector<model::Audible>& audible,
                     return result;
                 }
                 // A burst must not keep the loop from its end.
-                if (missing() == count.end()) {
+                if (!unfinished()) {
                     break;
                 }
             }

@@ -36,7 +36,7 @@ private:
         /// What one on its way would explain.
         std::string stale;
     };
-    /// Lasts for some right frames of each universe.
+    /// Lasts for some right frames of each universe, or for a while when none must be heard.
     Stretch stretch(const std::vector<model::Audible>& audible, const std::vector<int>& uncertain);
 
     std::vector<integration::ForwarderSocket*> sockets_;

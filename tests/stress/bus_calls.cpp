@@ -65,11 +65,6 @@ QVariant sent(const model::Zone& zone) {
     return QVariant::fromValue(made);
 }
 
-int percent(Random& random) {
-    return random.chance(70) ? random.between(0, 100)
-                             : random.of<int>({kLowest, -1, 101, 250, kHighest, -100});
-}
-
 int zone_id(Random& random) {
     return random.chance(85) ? random.between(0, 4) : random.of<int>({-1, kLowest, kHighest, 77, 1000});
 }
@@ -174,6 +169,33 @@ BusCall RandomCalls::get_level() {
     });
 }
 
+BusCall RandomCalls::set_brightness(int id, int percent) {
+    BusCall call =
+        engine_call("set_brightness", {id, percent}, shown(id, percent), [id, percent](ControlModel& model) {
+            model.set_brightness(id, percent);
+            return nothing();
+        });
+    call.brightens = id;
+    return call;
+}
+
+BusCall RandomCalls::add_zone(Random& random, int id) {
+    model::Zone made = zone(random);
+    made.id = id;
+    return add_or_update("add_zone", made, &ControlModel::add_zone);
+}
+
+BusCall RandomCalls::update_zone(Random& random, int id) {
+    model::Zone made = zone(random);
+    made.id = id;
+    return add_or_update("update_zone", made, &ControlModel::update_zone);
+}
+
+int RandomCalls::percent(Random& random) {
+    return random.chance(70) ? random.between(0, 100)
+                             : random.of<int>({kLowest, -1, 101, 250, kHighest, -100});
+}
+
 BusCall RandomCalls::any(Random& random, const ControlModel& model) const {
     const int drawn = random.between(1, 100);
     if (drawn <= (model.nothing_loaded() ? 45 : 12)) {
@@ -195,11 +217,13 @@ BusCall RandomCalls::any(Random& random, const ControlModel& model) const {
         const bool brightness = random.chance(50);
         const int which = id(random);
         const int value = percent(random);
-        return engine_call(brightness ? "set_brightness" : "set_speed_boost", {which, value},
-                           shown(which, value), [=](ControlModel& m) {
-                               brightness ? m.set_brightness(which, value) : m.set_speed_boost(which, value);
-                               return nothing();
-                           });
+        if (brightness) {
+            return set_brightness(which, value);
+        }
+        return engine_call("set_speed_boost", {which, value}, shown(which, value), [=](ControlModel& m) {
+            m.set_speed_boost(which, value);
+            return nothing();
+        });
     }
     if (drawn <= 88) {
         const bool on = random.chance(60);

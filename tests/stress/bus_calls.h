@@ -40,6 +40,8 @@ struct BusCall {
     std::optional<int> halts;
     bool halts_all = false;
     bool sets_level = false;
+    /// Of which playlist it sets the brightness.
+    std::optional<int> brightens;
 };
 
 /**
@@ -66,9 +68,17 @@ public:
     static BusCall pause(int id);
     static BusCall stop_playlist(int id);
     static BusCall get_level();
+    static BusCall set_brightness(int id, int percent);
+    /// Of the zone with that id, with random priority and channels.
+    static BusCall add_zone(model::Random& random, int id);
+    static BusCall update_zone(model::Random& random, int id);
+
+    /// Any call about zones.
+    BusCall zones(model::Random& random) const;
+    /// Mostly from 0 to 100, and else beyond.
+    static int percent(model::Random& random);
 
 private:
-    BusCall zones(model::Random& random) const;
     BusCall logger(model::Random& random) const;
     BusCall wrong(model::Random& random) const;
     int id(model::Random& random) const;

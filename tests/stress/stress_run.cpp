@@ -76,6 +76,9 @@ std::string StressRun::step(std::uint64_t number) {
     if (drawn <= 105) {
         return batch(random);
     }
+    if (drawn <= 120) {
+        return see_a_zone(random);
+    }
     return single(random);
 }
 
@@ -150,7 +153,10 @@ std::string StressRun::run(BusClient& client, const BusCall& call) {
 
 std::string StressRun::single(Random& random) {
     BusClient& caller = client(random);
-    return run(caller, draw(random, true));
+    const BusCall call = draw(random, true);
+    const std::string wrong = run(caller, call);
+    // Nothing but the frames tells what brightness the service took.
+    return wrong.empty() && call.brightens && model_.is_loaded(*call.brightens) ? listen() : wrong;
 }
 
 std::string StressRun::hear_ends() {
@@ -303,6 +309,35 @@ std::string StressRun::race_an_end(Random& random) {
         std::this_thread::yield();
     }
     return wrong.empty() ? run(client(random), halt) : wrong;
+}
+
+std::string StressRun::see_a_zone(Random& random) {
+    std::vector<std::pair<int, int>> zoned;
+    for (const model::ControlledPlaylist& playlist : setting_.show) {
+        if (playlist.effect && !playlist.ends) {
+            for (const auto& [universe, zone] : playlist.effect->zones) {
+                if (zone >= 0) {
+                    zoned.emplace_back(playlist.id, zone);
+                }
+            }
+        }
+    }
+    const auto [id, zone] = random.of(zoned);
+    std::vector<BusCall> calls = {RandomCalls::stop(), RandomCalls::add_zone(random, zone)};
+    if (random.chance(50)) {
+        calls.push_back(RandomCalls::update_zone(random, zone));
+    } else if (random.chance(60)) {
+        calls.push_back(random_calls_.zones(random));
+    }
+    calls.push_back(RandomCalls::play(id));
+    if (random.chance(50)) {
+        calls.push_back(RandomCalls::set_brightness(id, RandomCalls::percent(random)));
+    }
+    std::string wrong;
+    for (auto call = calls.begin(); call != calls.end() && wrong.empty(); ++call) {
+        wrong = run(client(random), *call);
+    }
+    return wrong.empty() ? listen() : wrong;
 }
 
 std::string StressRun::listen() {

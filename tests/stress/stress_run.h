@@ -91,6 +91,8 @@ private:
     std::string wait_for_end(model::Random& random);
     /// Halts the shortest playlist about when it ends.
     std::string race_an_end(model::Random& random);
+    /// Changes a zone while nothing is loaded, plays what belongs to it, and listens.
+    std::string see_a_zone(model::Random& random);
     std::string listen();
     /// Compares one answer and takes it into the report.
     std::string judge(const BusCall& call, const QDBusMessage& reply, const Answer& expected);
