@@ -4,7 +4,7 @@ import argparse
 import sys
 import time
 
-from . import machine, pictures
+from . import machine, paths, pictures
 from .bench import Bench
 from .programs import Program, clean_scratch
 from .report import Result, say
@@ -41,16 +41,20 @@ def run_one(name, options):
         ALL[name].run_scenario(Bench(options, result, patience))
     except SkipScenario as reason:
         say(f"  skipped: {reason}")
+        # Figures of an earlier run must not be taken for this one's.
+        paths.result(name, options.quick).unlink(missing_ok=True)
         return True
     finally:
         Program.end_all()
         clean_scratch()
+    result.print_medians()
     noise = result.noise()
     if noise > machine.QUIET_SHARE:
         say(f"  the machine was NOT quiet: other programs took {noise:.2f} cores in the median run; see `others` beside each round")
     result.data["seconds"] = time.monotonic() - started
     result.write()
-    pictures.draw(result.data)
+    if not options.quick:
+        pictures.draw(result.data)
     return True
 
 

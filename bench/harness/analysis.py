@@ -23,15 +23,28 @@ def frame_numbers(rows):
     return digits[0] + 128 * (digits[1] + 128 * (digits[2] + 128 * digits[3]))
 
 
-def order_faults(rows, period):
-    """Frames lost, repeated or out of order: steps of a playlist's universe that are not by one, modulo `period`."""
-    numbers = frame_numbers(rows)
-    faults = 0
-    for sequence in numpy.unique(rows["sequence"]):
-        of_playlist = rows["sequence"] == sequence
-        for universe in numpy.unique(rows["universe"][of_playlist]):
-            own = numbers[of_playlist & (rows["universe"] == universe)]
-            faults += int(numpy.count_nonzero(numpy.diff(own) % period != 1 % period))
+def order_faults(rows, period, universes, sequence, interval_ns, least=1, restarts=False):
+    """
+    Packets lost, repeated or out of order, of the playlist that `sequence` names.
+
+    Each frame holds universes 0 to `universes` - 1 in this order, begins with number 0 and goes on by one, modulo
+    `period`; `restarts`: or begins anew. A loss of whole periods shows in the times: as many frames must lie between
+    the first and the last as intervals do. At least `least` frames must have come.
+    """
+    own = rows[rows["sequence"] == sequence]
+    if len(own) < least * universes:
+        return int(least * universes - len(own))
+    numbers = frame_numbers(own)
+    faults = int(len(own) % universes != 0)
+    faults += int(numpy.count_nonzero(own["universe"] != numpy.arange(len(own)) % universes))
+    faults += int(numpy.count_nonzero(numbers[:universes] != 0))
+    for universe in range(universes):
+        of_universe = numbers[own["universe"] == universe]
+        wrong = numpy.diff(of_universe) % period != 1 % period
+        faults += int(numpy.count_nonzero(wrong & (of_universe[1:] != 0) if restarts else wrong))
+    if not restarts:
+        first = own["time"][own["universe"] == 0]
+        faults += abs(round((int(first[-1]) - int(first[0])) / interval_ns) + 1 - len(first)) if len(first) > 1 else 0
     return faults
 
 

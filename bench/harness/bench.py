@@ -25,9 +25,9 @@ class Bench:
         lasts, and what other programs took meanwhile stands beside it.
         """
         for number in range(self.options.rounds):
-            for name, measure in cases if number % 2 == 0 else reversed(cases):
+            for place, (name, measure) in enumerate(cases if number % 2 == 0 else reversed(cases), number * len(cases) + 1):
                 if self._patience is not None:
                     self._patience.wait()
                 noise = Noise(Program.live_pids)
                 figures = measure()
-                self.result.add(name, **figures, **noise.end())
+                self.result.add(name, f"{place}/{self.options.rounds * len(cases)}", **figures, **noise.end())

@@ -13,3 +13,8 @@ SCRATCH = BUILD / "scratch"
 
 def tool(name):
     return str(TOOLS / name)
+
+
+def result(scenario, quick=False):
+    """Where a scenario's figures lie; those of a quick run mean nothing and replace no others."""
+    return RESULTS / (f"{scenario}-quick.json" if quick else f"{scenario}.json")

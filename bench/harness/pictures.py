@@ -46,6 +46,10 @@ def scale(data):
     for axis, name in zip(axes, ("universes", "playlists", "zones", "nodes")):
         points = sorted((int(case.split()[0]), median(data, case, "ns_per_packet")) for case in data["cases"] if case.endswith(" " + name))
         axis.plot([max(x, 0.5) for x, _ in points], [y for _, y in points], marker="o", label="cuewright")
+        merged = sorted((int(case.split()[0]), median(data, case, "ns_per_packet")) for case in data["cases"]
+                        if case.endswith(f" {name}, merged"))
+        if merged:
+            axis.plot([x for x, _ in merged], [y for _, y in merged], marker="s", label="cuewright, merged")
         axis.axhline(bare, color="grey", linestyle="--", label="bare sendto")
         axis.set(xscale="log", xlabel=name, ylim=(0, None))
     axes[0].set_ylabel("ns per packet")

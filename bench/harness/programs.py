@@ -15,6 +15,10 @@ from .machine import thread_seconds
 ROW = numpy.dtype([("time", "<i8"), ("serial", "<u4"), ("universe", "<u2"), ("sequence", "u1"), ("length", "u1")])
 
 
+# Nanoseconds. A clock that is being steered moves by some microseconds in a run; one that is set, by more.
+LONGEST_CLOCK_STEP = 1_000_000
+
+
 def program_environment(**more):
     return {**os.environ, "LC_ALL": "C.UTF-8", **more}
 
@@ -132,6 +136,10 @@ class Receiver(Program):
         self.end()
         rows = numpy.fromfile(self._file, dtype=ROW)
         self._file.unlink()
+        if self.received > len(rows):
+            raise RuntimeError(f"the receiver had room for {len(rows)} of the {self.received} datagrams that came")
+        if abs(self.clock_step) > LONGEST_CLOCK_STEP:
+            raise RuntimeError(f"the wall clock was set by {self.clock_step} ns during a run; the times are worth nothing")
         return rows
 
 

@@ -16,12 +16,12 @@ class Result:
     def __init__(self, name, options, machine):
         self.data = {"scenario": name, "rounds": options.rounds, "quick": options.quick, "machine": machine, "cases": {}}
 
-    def add(self, case, **figures):
-        """One round of a case."""
+    def add(self, case, place, **figures):
+        """One round of a case; `place` in the scenario's runs, for the terminal."""
         rounds = self.data["cases"].setdefault(case, {"rounds": []})["rounds"]
         rounds.append(figures)
         shown = "  ".join(f"{key} {short(value)}" for key, value in figures.items() if not isinstance(value, (list, dict)))
-        say(f"  {case}, round {len(rounds)}: {shown}")
+        say(f"  [{place}] {case}, round {len(rounds)}: {shown}")
 
     def values(self, case, figure):
         return [entry[figure] for entry in self.data["cases"][case]["rounds"]]
@@ -47,9 +47,15 @@ class Result:
         self.data.setdefault("facts", []).append({"fact": text, **figures})
         say(f"           {text}: " + "  ".join(f"{key} {short(value)}" for key, value in figures.items()))
 
+    def print_medians(self):
+        say(f"  medians of {self.data['rounds']} round(s):")
+        for case, entry in self.data["cases"].items():
+            names = [name for name, value in entry["rounds"][0].items() if not isinstance(value, (list, dict))]
+            say(f"    {case}: " + "  ".join(f"{name} {short(float(self.median(case, name)))}" for name in names))
+
     def write(self):
         paths.RESULTS.mkdir(parents=True, exist_ok=True)
-        file = paths.RESULTS / f"{self.data['scenario']}.json"
+        file = paths.result(self.data["scenario"], self.data["quick"])
         file.write_text(json.dumps(self.data, indent=1), encoding="utf-8")
         say(f"  written to {file.relative_to(paths.TOP)}")
 

@@ -8,7 +8,7 @@ from .report import short
 
 
 def load(name):
-    file = paths.RESULTS / f"{name}.json"
+    file = paths.result(name)
     return json.loads(file.read_text(encoding="utf-8")) if file.exists() else None
 
 

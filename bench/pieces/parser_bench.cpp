@@ -11,8 +11,10 @@
 namespace {
 
 void parse(benchmark::State& state, const std::string& input) {
+    std::istringstream in(input);
     for (auto _ : state) {
-        std::istringstream in(input);
+        in.clear();
+        in.seekg(0);
         ArtNetParser parser;
         std::size_t channels = 0;
         parser.on_artdmx = [&](ArtDmx& dmx) { channels += dmx.Length; };

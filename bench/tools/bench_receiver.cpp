@@ -12,6 +12,7 @@
 // It looks every 2 ms instead of blocking, so that no sender ever pays for waking it.
 
 #include <arpa/inet.h>
+#include <linux/sock_diag.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -89,7 +90,7 @@ struct Input {
     }
 };
 
-Row make_row(const Input& input, std::size_t i, std::int64_t offset, std::uint32_t& dropped) {
+Row make_row(const Input& input, std::size_t i, std::int64_t offset) {
     Row row{};
     msghdr header = input.messages[i].msg_hdr;
     for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
@@ -97,8 +98,6 @@ Row make_row(const Input& input, std::size_t i, std::int64_t offset, std::uint32
             timespec time{};
             memcpy(&time, CMSG_DATA(c), sizeof time);
             row.time = std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec - offset;
-        } else if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
-            memcpy(&dropped, CMSG_DATA(c), sizeof dropped);
         }
     }
     const std::size_t size = input.messages[i].msg_len;
@@ -109,6 +108,18 @@ Row make_row(const Input& input, std::size_t i, std::int64_t offset, std::uint32
     memcpy(&row.serial, packet + 18, sizeof row.serial);
     row.length = static_cast<std::uint8_t>((size + 3) / 4);
     return row;
+}
+
+/// Datagrams that the kernel has dropped so far. What it says beside each datagram knows nothing of those
+/// that were dropped after the last one.
+std::uint32_t drops_so_far(int descriptor) {
+    std::array<std::uint32_t, SK_MEMINFO_VARS> figures{};
+    socklen_t length = sizeof figures;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_MEMINFO, figures.data(), &length) != 0) {
+        perror("bench_receiver: SO_MEMINFO");
+        exit(1);
+    }
+    return figures[SK_MEMINFO_DROPS];
 }
 
 /// True once standard input has ended; waits the polling time. Answers a line with `received`.
@@ -149,7 +160,6 @@ int open_socket(const sockaddr_in& address) {
     const int buffer = 512 * 1024 * 1024;
     setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     setsockopt(descriptor, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
-    setsockopt(descriptor, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
     // Beyond the system's limit where the user may, and up to it otherwise.
     if (setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer) != 0) {
         setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
@@ -227,7 +237,6 @@ int main(int argc, char** argv) {
 
     static Input input;
     std::int64_t offset = first_offset;
-    std::uint32_t dropped = 0;
     for (bool ended = false; !ended;) {
         ended = input_ended(rows.received());
         if (rows.streaming()) {
@@ -235,7 +244,7 @@ int main(int argc, char** argv) {
         }
         for (int count = 0; (count = input.receive(descriptor)) > 0;) {
             for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
-                rows.add(make_row(input, i, offset, dropped));
+                rows.add(make_row(input, i, offset));
             }
         }
         if (rows.streaming()) {
@@ -243,6 +252,7 @@ int main(int argc, char** argv) {
         }
     }
     rows.finish();
-    printf("%zu %u %lld\n", rows.received(), dropped, static_cast<long long>(clock_offset() - first_offset));
+    printf("%zu %u %lld\n", rows.received(), drops_so_far(descriptor),
+           static_cast<long long>(clock_offset() - first_offset));
     return 0;
 }

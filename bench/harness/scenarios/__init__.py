@@ -1,8 +1,9 @@
 """The scenarios by name, in the order in which they run. Each module has run(bench)."""
 
-from . import burst, control, forwarder, idle, load, pacing, peer, scale
+from . import burst, control, forwarder, idle, load, pacing, peer, pieces, scale
 
 ALL = {
+    "pieces": pieces,
     "burst": burst,
     "pacing": pacing,
     "load": load,

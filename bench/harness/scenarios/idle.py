@@ -15,6 +15,7 @@ def measure(seconds):
     show = Show()
     show.playlist(1, "none.rec")
     with Service(show) as service, Program([paths.tool("idle_loop")]) as loop:
+        resident = memory_kib(service.pid, "VmRSS") / 1024
         time.sleep(1.0)
         before = thread_seconds(service.pid), thread_seconds(loop.pid), time.monotonic()
         time.sleep(seconds)
@@ -23,7 +24,7 @@ def measure(seconds):
         out = {
             "cpu_seconds_per_minute": (after[0] - before[0]) / minutes,
             "bare_cpu_seconds_per_minute": (after[1] - before[1]) / minutes,
-            "resident_mib": memory_kib(service.pid, "VmRSS") / 1024,
+            "resident_mib": resident,
             "exec_to_name_ms": service.start_seconds * MILLISECONDS,
         }
     show.remove()

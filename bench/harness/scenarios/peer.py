@@ -116,7 +116,7 @@ def run_scenario(bench):
     if shutil.which("olad") is None or shutil.which("ola_recorder") is None:
         raise SkipScenario("Debian's package ola is not installed and could not be had")
     result = bench.result
-    seconds = bench.options.seconds or bench.choose(20.0, 3.0)
+    seconds = bench.options.seconds or bench.choose(60.0, 3.0)
     bench.rounds(
         ("OLA's recorder", lambda: peer_figures(seconds)),
         ("cuewright", lambda: service(UNIVERSES, seconds)),
@@ -124,3 +124,5 @@ def run_scenario(bench):
     result.goal("pacing, peer: p99 interval deviation, part of the peer's",
                 result.median("cuewright", "deviation_p99_us") / result.median("OLA's recorder", "deviation_p99_us"), 0.05)
     result.tell("pacing, peer: drift in ppm", ours=result.median("cuewright", "drift_ppm"), peer=result.median("OLA's recorder", "drift_ppm"))
+    result.tell("pacing, peer: frames of each run, of " + str(int(seconds * FPS)),
+                ours=result.median("cuewright", "frames"), peer=result.median("OLA's recorder", "frames"))

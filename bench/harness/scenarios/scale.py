@@ -43,28 +43,40 @@ def bare(packets):
         return {"ns_per_packet": 1e9 / rate(receiver.rows(), receiver.dropped), "cpu_ns_per_packet": cpu / packets * 1e9}
 
 
+def varied(sweep):
+    """What a sweep varies."""
+    return sweep.split(",")[0]
+
+
 def run_scenario(bench):
     result = bench.result
     seconds = bench.choose(0.5, 0.2)
+    # With zones each universe and destination has a frame of its own that all playlists write into.
     sweeps = {
         "universes": [dict(universes=n) for n in (1, 4, 16, 64, 256)],
         "playlists": [dict(playlists=n) for n in (1, 4, 16, 64)],
+        "universes, merged": [dict(universes=n, zones=1) for n in (1, 4, 16, 64, 256)],
+        "playlists, merged": [dict(playlists=n, zones=1) for n in (1, 4, 16, 64)],
         "zones": [dict(universes=64, zones=n) for n in (0, 1, 8, 64)],
         "nodes": [dict(universes=1, nodes=n) for n in (1, 10, 100, 1000)],
     }
     cases = [("bare sendto", lambda: bare(bench.choose(200_000, 20_000)))]
     for name, points in sweeps.items():
         for point in points:
-            cases.append((f"{point[name]} {name}", lambda p=point: measure(seconds, **p)))
+            cases.append((f"{point[varied(name)]} {name}", lambda p=point: measure(seconds, **p)))
     bench.rounds(*cases)
     for name, points in sweeps.items():
-        costs = {point[name]: result.median(f"{point[name]} {name}", "ns_per_packet") for point in points}
+        sizes = [point[varied(name)] for point in points]
+        costs = {size: result.median(f"{size} {name}", "ns_per_packet") for size in sizes}
         result.tell(f"scale, {name}: ns per packet", **{str(key): value for key, value in costs.items()})
         result.tell(f"scale, {name}: CPU ns per packet",
-                    **{str(point[name]): result.median(f"{point[name]} {name}", "cpu_ns_per_packet") for point in points})
+                    **{str(size): result.median(f"{size} {name}", "cpu_ns_per_packet") for size in sizes})
         # From no zone to one the work itself differs; from there on it must not grow.
         judged = [cost for key, cost in costs.items() if key != 0]
-        if name in ("universes", "playlists"):
+        if varied(name) in ("universes", "playlists"):
             result.goal(f"scale, {name}: dearest over cheapest", max(judged) / min(judged), 1.15)
         else:
             result.tell(f"scale, {name}: dearest over cheapest", ratio=max(judged) / min(judged))
+    result.goal("scale: share of the playlist that sends least, of an equal one",
+                min(one["least_share"] for case, entry in result.data["cases"].items() if case != "bare sendto"
+                    for one in entry["rounds"]), 0.9, at_least=True)

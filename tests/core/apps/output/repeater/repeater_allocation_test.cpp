@@ -1,5 +1,5 @@
-// Playing allocates nothing per packet. The real engine sends over loopback; the render worker's operator new
-// is counted.
+// Playing allocates nothing per packet. The real engine sends over loopback; what its threads ask the C
+// library for is counted.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -26,31 +26,31 @@ namespace {
 std::atomic<long> allocations{0};
 thread_local bool test_thread = false;
 
-void* counted(std::size_t size) {
+void count() noexcept {
     if (!test_thread) {
         allocations.fetch_add(1, std::memory_order_relaxed);
     }
+}
+
+}  // namespace
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+// The sanitizers have the C library's allocation to themselves, so that C++'s alone is counted.
+void* operator new(std::size_t size) {
+    count();
     if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
         return memory;
     }
     throw std::bad_alloc();
 }
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return counted(size);
-}
 void* operator new[](std::size_t size) {
-    return counted(size);
+    return operator new(size);
 }
 // Sorting asks in this way for its scratch memory, which it gives back like any other.
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    try {
-        return counted(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    count();
+    return std::malloc(size == 0 ? 1 : size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
@@ -64,6 +64,36 @@ void operator delete[](void* memory) noexcept {
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
+
+#else
+
+// Everything that allocates comes through here, libraries and operator new included: the program's own symbol
+// goes before the C library's.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t number, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+void* malloc(std::size_t size) noexcept {
+    count();
+    return __libc_malloc(size);
+}
+void* calloc(std::size_t number, std::size_t size) noexcept {
+    count();
+    return __libc_calloc(number, size);
+}
+void* realloc(void* memory, std::size_t size) noexcept {
+    count();
+    return __libc_realloc(memory, size);
+}
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+    count();
+    return __libc_memalign(alignment, size);
+}
+}
+
+#endif
 
 namespace {
 
