@@ -16,68 +16,99 @@ std::size_t channel_count(std::span<const unsigned char> data) noexcept {
     return data.size() <= kDmxHeaderSize ? 0 : std::min<std::size_t>(data.size() - kDmxHeaderSize, kChannels);
 }
 
-/// Writes recorded channels into a frame where `owner` owns them.
-class Writer {
-public:
-    Writer(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness, int owner) noexcept
-        : in_(data.data() + kDmxHeaderSize),
-          out_(merge_packet.packet.data() + kDmxHeaderSize),
-          owners_(merge_packet.owners.data()),
-          brightness_(brightness),
-          owner_(owner) {}
+/// Channels that write_run() takes together.
+constexpr std::size_t kRun = 16;
 
-    /// Channels that write_run() takes together.
-    static constexpr std::size_t kRun = 16;
+/// Whether write_run() may be used: its products have 16 bits.
+bool takes_runs(int brightness) noexcept {
+    return brightness >= 0 && brightness <= 257;
+}
 
-    /// Whether write_run() may be used: its products have 16 bits.
-    [[nodiscard]] bool takes_runs() const noexcept { return brightness_ >= 0 && brightness_ <= 257; }
+using Run = std::array<unsigned char, kRun>;
 
-    void write(std::size_t channel) const noexcept {
-        if (owners_[channel] == owner_) {
-            out_[channel] = scale(in_[channel], brightness_);
+Run run_at(const unsigned char* bytes) noexcept {
+    Run run;
+    std::copy_n(bytes, kRun, run.begin());
+    return run;
+}
+
+/// Writes kRun channels where the mask allows it. Plain loops of fixed length over arrays of their own, which
+/// the compiler turns into vector instructions: channel by channel, a whole universe costs a third of sending
+/// the frame.
+inline void write_run(const unsigned char* in, unsigned char* out, const Run& mask, int percent) noexcept {
+    const Run recorded = run_at(in);
+    const Run before = run_at(out);
+    const auto brightness = static_cast<std::uint16_t>(percent);
+    Run levels;
+    for (std::size_t i = 0; i < kRun; ++i) {
+        const auto product = static_cast<std::uint16_t>(recorded[i] * brightness);
+        levels[i] = static_cast<unsigned char>(product / 100);
+    }
+    Run after;
+    for (std::size_t i = 0; i < kRun; ++i) {
+        after[i] = static_cast<unsigned char>((levels[i] & mask[i]) | (before[i] & ~mask[i]));
+    }
+    std::copy_n(after.begin(), kRun, out);
+}
+
+constexpr ChannelMask everywhere() noexcept {
+    ChannelMask mask{};
+    mask.fill(0xFF);
+    return mask;
+}
+
+/// The mask that is kept under `id`, made by `fill` from one of zeros if there is none.
+template <typename Fill>
+const ChannelMask& mask_of(MergePacket& merge_packet, int id, Fill fill) {
+    const auto& ids = merge_packet.masked_zones;
+    const auto known = std::find(ids.begin(), ids.end(), id);
+    if (known != ids.end()) {
+        return merge_packet.masks[static_cast<std::size_t>(known - ids.begin())];
+    }
+    merge_packet.masked_zones.push_back(id);
+    fill(merge_packet.masks.emplace_back());
+    return merge_packet.masks.back();
+}
+
+/// What nobody owns.
+const ChannelMask& unowned_mask(MergePacket& merge_packet) {
+    static constexpr ChannelMask kEverywhere = everywhere();
+    if (merge_packet.zones.empty()) {
+        return kEverywhere;
+    }
+    return mask_of(merge_packet, Playlist::kNoZone, [&merge_packet](ChannelMask& mask) {
+        std::ranges::transform(merge_packet.owners, mask.begin(), [](int owner) {
+            return static_cast<unsigned char>(owner == kUnowned ? 0xFF : 0);
+        });
+    });
+}
+
+/// Where the zone may write: its channels that are owned at its priority.
+const ChannelMask& zone_mask(MergePacket& merge_packet, const Zone& zone) {
+    return mask_of(merge_packet, zone.id, [&](ChannelMask& mask) {
+        for (const int channel : zone.channels) {
+            if (channel >= 0 && channel < kChannels) {
+                const auto place = static_cast<std::size_t>(channel);
+                mask[place] = merge_packet.owners[place] == zone.priority ? 0xFF : 0;
+            }
+        }
+    });
+}
+
+/// Writes the first `count` recorded channels where the mask allows it.
+void write_channels(MergePacket& merge_packet, std::span<const unsigned char> data, std::size_t count,
+                    const ChannelMask& mask, int brightness) noexcept {
+    const unsigned char* const in = data.data() + kDmxHeaderSize;
+    unsigned char* const out = merge_packet.packet.data() + kDmxHeaderSize;
+    std::size_t channel = 0;
+    for (; takes_runs(brightness) && channel + kRun <= count; channel += kRun) {
+        write_run(in + channel, out + channel, run_at(&mask[channel]), brightness);
+    }
+    for (; channel < count; ++channel) {
+        if (mask[channel] != 0) {
+            out[channel] = scale(in[channel], brightness);
         }
     }
-
-    /// The same for kRun channels. Three plain loops of fixed length, which the compiler turns into vector
-    /// instructions: channel by channel, a zone of a whole universe costs a third of sending the frame.
-    void write_run(std::size_t first) const noexcept {
-        std::array<unsigned char, kRun> levels;
-        const auto brightness = static_cast<std::uint16_t>(brightness_);
-        for (std::size_t i = 0; i < kRun; ++i) {
-            const auto product = static_cast<std::uint16_t>(in_[first + i] * brightness);
-            levels[i] = static_cast<unsigned char>(product / 100);
-        }
-        std::array<unsigned char, kRun> owned;
-        for (std::size_t i = 0; i < kRun; ++i) {
-            owned[i] = owners_[first + i] == owner_ ? 0xFF : 0;
-        }
-        for (std::size_t i = 0; i < kRun; ++i) {
-            out_[first + i] =
-                static_cast<unsigned char>((levels[i] & owned[i]) | (out_[first + i] & ~owned[i]));
-        }
-    }
-
-private:
-    const unsigned char* in_;
-    unsigned char* out_;
-    const int* owners_;
-    int brightness_;
-    int owner_;
-};
-
-/// Whether the next kRun entries of a zone's list are channels one after another, all below `count`.
-bool is_run(const int* channels, std::size_t count) noexcept {
-    const int first = channels[0];
-    if (first < 0 || static_cast<std::size_t>(first) + Writer::kRun > count) {
-        return false;
-    }
-    // Counted in 32 bits like the channels, so that the loop is one of vectors.
-    const auto start = static_cast<unsigned>(first);
-    unsigned differences = 0;
-    for (unsigned i = 0; i < Writer::kRun; ++i) {
-        differences |= static_cast<unsigned>(channels[i]) ^ (start + i);
-    }
-    return differences == 0;
 }
 
 }  // namespace
@@ -93,6 +124,7 @@ std::int64_t merge_packet_key(int universe, const Playlist::Address* destination
 }
 
 void claim_channels(MergePacket& merge_packet, const Zone& zone) noexcept {
+    merge_packet.forget_masks();
     for (const int channel : zone.channels) {
         if (channel >= 0 && channel < kChannels) {
             int& owner = merge_packet.owners[static_cast<std::size_t>(channel)];
@@ -105,45 +137,23 @@ void write_header(MergePacket& merge_packet, std::span<const unsigned char> data
     std::copy_n(data.begin(), std::min(data.size(), kDmxHeaderSize), merge_packet.packet.begin());
 }
 
-void write_unowned_channels(MergePacket& merge_packet, std::span<const unsigned char> data,
-                            int brightness) noexcept {
+void write_unowned_channels(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness) {
     const std::size_t count = channel_count(data);
     if (count == 0) {
         return;
     }
     if (merge_packet.zones.empty() && brightness == kFullBrightness) {
-        // Nearly every frame of a show without zones; asking 512 owners costs more than sending the frame.
+        // Nearly every frame of a show without zones.
         std::copy_n(data.begin() + kDmxHeaderSize, count, merge_packet.packet.begin() + kDmxHeaderSize);
         return;
     }
-    const Writer writer(merge_packet, data, brightness, kUnowned);
-    std::size_t channel = 0;
-    for (; writer.takes_runs() && channel + Writer::kRun <= count; channel += Writer::kRun) {
-        writer.write_run(channel);
-    }
-    for (; channel < count; ++channel) {
-        writer.write(channel);
-    }
+    write_channels(merge_packet, data, count, unowned_mask(merge_packet), brightness);
 }
 
 void write_zone_channels(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness,
-                         const Zone& zone) noexcept {
+                         const Zone& zone) {
     const std::size_t count = channel_count(data);
-    if (count == 0) {
-        return;
-    }
-    const Writer writer(merge_packet, data, brightness, zone.priority);
-    const bool runs = writer.takes_runs();
-    for (std::size_t i = 0; i < zone.channels.size();) {
-        const int number = zone.channels[i];
-        if (runs && i + Writer::kRun <= zone.channels.size() && is_run(&zone.channels[i], count)) {
-            writer.write_run(static_cast<std::size_t>(number));
-            i += Writer::kRun;
-            continue;
-        }
-        if (number >= 0 && static_cast<std::size_t>(number) < count) {
-            writer.write(static_cast<std::size_t>(number));
-        }
-        ++i;
+    if (count > 0) {
+        write_channels(merge_packet, data, count, zone_mask(merge_packet, zone), brightness);
     }
 }

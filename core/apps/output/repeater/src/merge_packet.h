@@ -18,6 +18,9 @@ inline constexpr std::size_t kDmxPacketSize = kDmxHeaderSize + kChannels;
 /// Owner of a channel that no zone claims.
 inline constexpr int kUnowned = -1;
 
+/// Per channel of a frame, 0xFF where a zone may write and 0 elsewhere.
+using ChannelMask = std::array<unsigned char, kChannels>;
+
 /**
  * What goes out for one universe and destination.
  *
@@ -33,6 +36,18 @@ struct MergePacket {
     std::array<int, kChannels> owners;
     /// Zone ids, one entry per ownership taken. While empty, every channel is unowned.
     std::vector<int> zones;
+
+    /// What follows from the owners, for the zones that have written since they changed and (kNoZone) for
+    /// what no zone owns, side by side by zone id: to compare 512 owners for each packet costs a fifth of
+    /// sending it. Made by the render worker; forget_masks() after each change of owners or of a zone's
+    /// channels.
+    std::vector<int> masked_zones;
+    std::vector<ChannelMask> masks;
+
+    void forget_masks() noexcept {
+        masked_zones.clear();
+        masks.clear();
+    }
 };
 
 /**
@@ -51,10 +66,11 @@ void claim_channels(MergePacket& merge_packet, const Zone& zone) noexcept;
 void write_header(MergePacket& merge_packet, std::span<const unsigned char> data) noexcept;
 
 /// Writes the channels of ArtDmx packet `data` that no zone owns. `brightness` in percent, any int; the
-/// product is cut toward zero and stored modulo 256.
-void write_unowned_channels(MergePacket& merge_packet, std::span<const unsigned char> data,
-                            int brightness) noexcept;
+/// product is cut toward zero and stored modulo 256. Allocates the first time after the owners have changed,
+/// as the next one does.
+void write_unowned_channels(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness);
 
-/// Writes those channels of `zone` that are in `data` and owned at the zone's priority.
+/// Writes those channels of `zone` that are in `data` and owned at the zone's priority. Allocates the first
+/// time after the owners have changed.
 void write_zone_channels(MergePacket& merge_packet, std::span<const unsigned char> data, int brightness,
-                         const Zone& zone) noexcept;
+                         const Zone& zone);

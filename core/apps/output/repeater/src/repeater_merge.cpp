@@ -12,6 +12,8 @@ MergePacket& Repeater::get_merge_packet(int universe, const Address* destination
         return entry->second;
     }
     blank_merge_packet_.packet.fill(0);
+    // Its zones may have changed since it was written last.
+    blank_merge_packet_.forget_masks();
     return blank_merge_packet_;
 }
 
@@ -78,6 +80,7 @@ void Repeater::remove_owner(int universe, const Address* destination, const Zone
     }
     merge_packet.zones.erase(ownership);
     merge_packet.owners.fill(kUnowned);
+    merge_packet.forget_masks();
     if (merge_packet.zones.empty()) {
         delete_merge_packet(universe, destination);
         return;
