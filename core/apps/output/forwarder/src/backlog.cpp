@@ -37,16 +37,17 @@ std::span<Destination* const> Backlog::retry(Clock::time_point now) {
     tried_.clear();
     // Where the room is an interface's and not their own, the first take all of it; so each is first in turn.
     auto next = waiting_.upper_bound(first_of_last_retry_);
-    for (std::size_t i = 0; i < waiting_.size(); ++i, ++next) {
+    std::size_t settled = 0;
+    for (std::size_t i = 0; i < waiting_.size() && settled < kMostAtOnce; ++i, ++next) {
         if (next == waiting_.end()) {
             next = waiting_.begin();
         }
-        offer(*next->first, next->second, now);
+        settled += offer(*next->first, next->second, now);
         tried_.push_back(next->first);
     }
     first_of_last_retry_ = tried_.empty() ? nullptr : tried_.front();
     std::erase_if(waiting_, [](const auto& entry) { return entry.second.packets.empty(); });
-    next_retry_ = now + kRetryAfter;
+    next_retry_ = settled < kMostAtOnce ? now + kRetryAfter : now;
     return tried_;
 }
 
@@ -61,26 +62,22 @@ std::span<Destination* const> Backlog::give_up(Clock::time_point now) {
     return tried_;
 }
 
-void Backlog::offer(Destination& destination, Queue& queue, Clock::time_point now) {
-    while (!queue.packets.empty()) {
-        std::array<iovec, Destination::kMostPackets> parts;
-        const std::size_t count = std::min(parts.size(), queue.packets.size());
-        for (std::size_t i = 0; i < count; ++i) {
-            parts[i] = {queue.packets[i].bytes.data(), queue.packets[i].size};
-        }
-        const std::size_t settled = destination.send(std::span(parts).first(count), now);
-        if (settled > 0) {
-            pop(queue, settled);
-            queue.progress = now;
-        }
-        if (settled < count) {
-            break;
-        }
+std::size_t Backlog::offer(Destination& destination, Queue& queue, Clock::time_point now) {
+    std::array<iovec, kMostAtOnce> parts;
+    const std::size_t count = std::min(parts.size(), queue.packets.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        parts[i] = {queue.packets[i].bytes.data(), queue.packets[i].size};
+    }
+    const std::size_t settled = destination.send(std::span(parts).first(count), now);
+    if (settled > 0) {
+        pop(queue, settled);
+        queue.progress = now;
     }
     if (!queue.packets.empty() && now - queue.progress >= patience_) {
         destination.give_up(queue.packets.size(), now);
         pop(queue, queue.packets.size());
     }
+    return settled;
 }
 
 void Backlog::pop(Queue& queue, std::size_t count) {

@@ -34,6 +34,8 @@ public:
     /// A burst of 2,000 for one destination, and four of them in all (4.5 MB).
     static constexpr std::size_t kMostOfOne = 2048;
     static constexpr std::size_t kMostInAll = 4 * kMostOfOne;
+    /// Packets that are sent before the others get their turn: those that arrive meanwhile.
+    static constexpr std::size_t kMostAtOnce = 64;
 
     /// @param patience  time without any progress after which a destination is given up
     explicit Backlog(Clock::duration patience) : patience_(patience) {}
@@ -48,7 +50,8 @@ public:
     [[nodiscard]] Clock::time_point next_retry() const noexcept {
         return empty() ? Clock::time_point::max() : next_retry_;
     }
-    /// Offers what waits. Returns the destinations tried, until the next call.
+    /// Offers some of what waits, kMostAtOnce packets or a few more; where there is room for others, the next
+    /// retry is due at once. Returns the destinations tried, until the next call.
     std::span<Destination* const> retry(Clock::time_point now);
     /// Gives up all destinations. Returns them, until the next call of retry().
     std::span<Destination* const> give_up(Clock::time_point now);
@@ -64,7 +67,8 @@ private:
         Clock::time_point progress;
     };
 
-    void offer(Destination& destination, Queue& queue, Clock::time_point now);
+    /// The number of packets settled.
+    std::size_t offer(Destination& destination, Queue& queue, Clock::time_point now);
     void pop(Queue& queue, std::size_t count);
 
     Clock::duration patience_;

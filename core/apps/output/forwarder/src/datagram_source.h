@@ -35,6 +35,9 @@ public:
      * received later.
      */
     [[nodiscard]] virtual std::span<Slot> wait(std::size_t limit, Clock::time_point until) = 0;
+    /// Takes in what has come, without waiting, so that it is not lost while much is sent; what is in hand
+    /// stays.
+    virtual void take_in() = 0;
     /// Gives the first `count` of the datagrams in hand back.
     virtual void release(std::size_t count) noexcept = 0;
     /// True when nothing comes any more and all is released.

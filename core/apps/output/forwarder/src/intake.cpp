@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cerrno>
 #include <ctime>
+#include <optional>
 #include <system_error>
 
 #include <sys/eventfd.h>
@@ -45,11 +46,14 @@ struct Intake::Batch {
         }
     }
 
-    /// Reads what is there, without waiting; the number read.
-    std::size_t read(const ReceiveSocket& socket, std::span<Slot> slots) {
+    /// Reads what is there, without waiting; the number read, nothing after an error: there may be more.
+    std::optional<std::size_t> read(const ReceiveSocket& socket, std::span<Slot> slots) {
         aim_at(slots);
         const int result = recvmmsg(socket.descriptor(), messages.data(), static_cast<unsigned>(slots.size()),
                                     MSG_DONTWAIT, nullptr);
+        if (result < 0 && errno != EAGAIN) {
+            return std::nullopt;
+        }
         return static_cast<std::size_t>(std::max(result, 0));
     }
 };
@@ -91,6 +95,13 @@ std::span<Slot> Intake::wait(std::size_t limit, Clock::time_point until) {
     const std::size_t count =
         std::min({limit, static_cast<std::size_t>(filled_ - released_), slots_.size() - begin});
     return {slots_.data() + begin, count};
+}
+
+void Intake::take_in() {
+    if (!ended_) {
+        mark_all();
+        receive();
+    }
 }
 
 void Intake::mark_all() noexcept {
@@ -154,16 +165,19 @@ bool Intake::drain(ReceiveSocket& socket) {
         if (slots.empty()) {
             return false;
         }
-        const std::size_t count = batch_->read(socket, slots);
+        const std::optional<std::size_t> count = batch_->read(socket, slots);
+        if (!count) {
+            return false;
+        }
         const auto now = Clock::now();
-        for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < *count; ++i) {
             slots[i].size = batch_->messages[i].msg_len;
             slots[i].received = now;
             socket.note_drops(batch_->messages[i].msg_hdr);
         }
-        socket.note_received(count);
-        filled_ += count;
-        if (count < slots.size()) {
+        socket.note_received(*count);
+        filled_ += *count;
+        if (*count < slots.size()) {
             // Asking once more would cost a system call each time.
             return true;
         }
@@ -180,7 +194,7 @@ std::span<Slot> Intake::writable(std::size_t limit) noexcept {
 void Intake::count_left_behind(ReceiveSocket& socket) {
     const auto spare = std::make_unique<std::array<Slot, kBatch>>();
     for (int turn = 0; turn < kMostBatchesLeft; ++turn) {
-        const std::size_t count = batch_->read(socket, *spare);
+        const std::size_t count = batch_->read(socket, *spare).value_or(0);
         if (count == 0) {
             return;
         }

@@ -21,7 +21,7 @@ namespace forwarder {
  * The sockets, and a ring of slots that the kernel writes them into; all memory is taken at construction.
  *
  * The thread that sends also receives: a datagram that went through a second thread would wait for that one
- * to be woken, ten times as long as the forwarding itself takes. So that a burst is not lost in a small
+ * to be woken, many times as long as the forwarding itself takes. So that a burst is not lost in a small
  * receive buffer while the thread sends, it takes in several times as many datagrams as it sends at once, as
  * long as there are so many: what has to wait waits in the ring.
  *
@@ -44,6 +44,7 @@ public:
     Intake& operator=(const Intake&) = delete;
 
     [[nodiscard]] std::span<Slot> wait(std::size_t limit, Clock::time_point until) override;
+    void take_in() override;
     void release(std::size_t count) noexcept override;
     [[nodiscard]] bool finished() const noexcept override { return ended_ && released_ == filled_; }
     void stop() noexcept override;

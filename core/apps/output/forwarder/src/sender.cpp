@@ -15,8 +15,8 @@ namespace {
 
 using artnet::ForwardingFault;
 
-/// Datagrams handled at a time: enough for few system calls, few enough that meanwhile no more arrive than
-/// the smallest usual receive buffer holds.
+/// Datagrams handled at a time, and packets sent before what has arrived is taken in: enough for few system
+/// calls, few enough that meanwhile no more arrive than the smallest usual receive buffer holds.
 constexpr std::size_t kBatch = 64;
 static_assert(kBatch <= Destination::kMostPackets);
 
@@ -91,12 +91,13 @@ std::uint64_t Sender::rejected(ForwardingFault fault) const noexcept {
 
 void Sender::run() {
     if (outlet_) {
-        // What falls due is then not late by the 50 us that the kernel may add to a sleep by default.
+        // The kernel then adds to a sleep a thousandth of its length at most, and not the usual 50 us.
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     }
     while (!source_.finished()) {
         const auto wake = next_wake();
         const std::span<Slot> slots = source_.wait(kBatch, wake);
+        sent_since_look_ = 0;
         process(slots);
         if (outlet_) {
             // The packets lie in the source until they are sent. What has come since the last of them, or
@@ -219,16 +220,30 @@ void Sender::send_shared(const Item& item, iovec packet, Backoff::Clock::time_po
 }
 
 void Sender::offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now) {
-    if (packets.empty()) {
-        return;
+    while (!packets.empty()) {
+        if (backlog_.holds(destination)) {
+            backlog_.add(destination, packets, now);
+            return;
+        }
+        const std::span<const iovec> part = packets.first(std::min(packets.size(), kBatch));
+        const std::size_t settled = destination.send(part, now);
+        report_error(destination, now);
+        packets = packets.subspan(settled);
+        if (settled < part.size()) {
+            backlog_.add(destination, packets, now);
+            return;
+        }
+        look_after(part.size());
     }
-    if (backlog_.holds(destination)) {
-        backlog_.add(destination, packets, now);
-        return;
+}
+
+void Sender::look_after(std::size_t packets) {
+    sent_since_look_ += packets;
+    // A batch that is sent as it came needs no look: the next wait is one.
+    if (sent_since_look_ > kBatch) {
+        source_.take_in();
+        sent_since_look_ = 0;
     }
-    const std::size_t settled = destination.send(packets, now);
-    report_error(destination, now);
-    backlog_.add(destination, packets.subspan(settled), now);
 }
 
 void Sender::retry_backlog() {

@@ -87,6 +87,8 @@ private:
     void shape(std::span<const Item> items, std::span<Slot> slots, Backoff::Clock::time_point now);
     void send_shared(const Item& item, iovec packet, Backoff::Clock::time_point now);
     void offer(Destination& destination, std::span<const iovec> packets, Backoff::Clock::time_point now);
+    /// Counts what was sent, and now and then looks at what has come meanwhile.
+    void look_after(std::size_t packets);
     void deliver(std::size_t destination, std::span<const iovec> packets,
                  Backoff::Clock::time_point now) override;
     void lose(std::size_t destination, std::size_t packets) override;
@@ -102,7 +104,7 @@ private:
     DestinationTable destinations_;
     std::optional<Destination> tee_;
     Backlog backlog_;
-    /// Between the ring and the destinations; absent while no option asks for it.
+    /// Between the source and the destinations; absent while no option asks for it.
     std::optional<Outlet> outlet_;
     Backoff::Clock::duration longest_end_;
 
@@ -110,6 +112,8 @@ private:
     std::vector<Item> items_;
     std::vector<iovec> packets_;
     std::vector<iovec> copies_;
+    /// Packets sent since the source was looked at.
+    std::size_t sent_since_look_ = 0;
     LogLimiter error_limiter_{10, std::chrono::seconds{1}};
     LogLimiter reject_limiter_{5, std::chrono::seconds{10}};
 

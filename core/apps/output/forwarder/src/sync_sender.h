@@ -16,8 +16,8 @@ namespace forwarder {
  *
  * A group is what arrives back to back. It ends before a packet of a universe that it already holds (the next
  * frame has begun), and when nothing has come for kGap. Times are those at which the packets were taken from
- * the socket, so that what waits here to be sent neither joins nor parts groups; an interruption of the
- * thread just between two of them may. Send thread only.
+ * the socket, so that what waits here to be sent neither joins nor parts groups; a long send or an
+ * interruption of the thread just between two of them may. Send thread only.
  */
 class SyncSender {
 public:

@@ -81,14 +81,22 @@ WatchRow WatchStatistics::row_of(const Stream& stream, Clock::time_point now) {
 }
 
 std::vector<WatchRow> WatchStatistics::rows(Clock::time_point now) const {
-    std::map<Key, Stream> copy;
+    std::vector<Key> keys;
     {
         const std::scoped_lock guard(mutex_);
-        copy = streams_;
+        for (const auto& [key, stream] : streams_) {
+            keys.push_back(key);
+        }
     }
     std::vector<WatchRow> rows;
-    rows.reserve(copy.size());
-    for (const auto& [key, stream] : copy) {
+    rows.reserve(keys.size());
+    Stream stream;
+    for (const Key& key : keys) {
+        {
+            // One at a time: the thread that forwards waits for the lock, and all of them are a megabyte.
+            const std::scoped_lock guard(mutex_);
+            stream = streams_.at(key);
+        }
         WatchRow row = row_of(stream, now);
         row.universe = key.first;
         row.target = {static_cast<std::uint32_t>(key.second >> 16), static_cast<std::uint16_t>(key.second)};

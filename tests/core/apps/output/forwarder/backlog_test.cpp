@@ -92,12 +92,29 @@ TEST_F(BacklogTest, PacketsAreCopiedAndGoInOrderAsFarAsThereIsRoom) {
     EXPECT_EQ(destination_.counters().bytes, 4U * 530U);
 }
 
-TEST_F(BacklogTest, MoreThanOneBatchGoesInOneRetry) {
-    add(destination_, 0, 999);
-    room = 1000;
+TEST_F(BacklogTest, ABatchGoesInOneRetryAndTheNextIsDueAtOnceWhileThereIsRoom) {
+    constexpr int kBatch = Backlog::kMostAtOnce;
+    add(destination_, 0, 3 * kBatch - 1);
+    room = 2 * kBatch + 1;
     backlog_.retry(kNow);
-    EXPECT_EQ(taken.size(), 1000U);
+    EXPECT_EQ(taken.size(), std::size_t{kBatch});
+    EXPECT_EQ(backlog_.next_retry(), kNow);
+    backlog_.retry(kNow);
+    EXPECT_EQ(taken.size(), std::size_t{2 * kBatch});
+    EXPECT_EQ(backlog_.next_retry(), kNow);
+    backlog_.retry(kNow);
+    EXPECT_EQ(taken.size(), std::size_t{2 * kBatch + 1});
+    EXPECT_EQ(backlog_.next_retry(), kNow + Backlog::kRetryAfter) << "the queue is full";
     EXPECT_TRUE(std::ranges::is_sorted(taken));
+}
+
+TEST_F(BacklogTest, OneThatHasMuchDoesNotKeepTheOthersWaiting) {
+    add(destination_, 0, 999);
+    add(other_, 1000, 1000);
+    room = 2000;
+    backlog_.retry(kNow);
+    backlog_.retry(kNow);
+    EXPECT_THAT(taken, testing::Contains(1000));
 }
 
 TEST_F(BacklogTest, RoomThatDestinationsShareGoesToEachInTurn) {
@@ -117,7 +134,9 @@ TEST_F(BacklogTest, OldestPacketsOfTheSameDestinationGoWhenThereAreTooMany) {
     EXPECT_EQ(destination_.counters().unsent, 100U);
     EXPECT_EQ(other_.counters().unsent, 0U);
     room = kMost + 1;
-    backlog_.retry(kNow);
+    while (!backlog_.empty()) {
+        backlog_.retry(kNow);
+    }
     std::erase(taken, 5000);
     ASSERT_EQ(taken.size(), std::size_t{kMost});
     EXPECT_EQ(taken.front(), 100);

@@ -40,6 +40,17 @@ public:
         return in_hand_;
     }
 
+    void take_in() override {
+        const std::scoped_lock guard(mutex_);
+        ++looks_;
+    }
+
+    /// How often it was asked to take in what has come.
+    [[nodiscard]] int looks() const {
+        const std::scoped_lock guard(mutex_);
+        return looks_;
+    }
+
     void release(std::size_t /*count*/) noexcept override {}
 
     [[nodiscard]] bool finished() const noexcept override {
@@ -59,6 +70,7 @@ private:
     // Guarded by mutex_.
     std::vector<forwarder::Slot> waiting_;
     bool stopped_ = false;
+    int looks_ = 0;
     /// What the last wait() has handed out; the waiting thread's.
     std::vector<forwarder::Slot> in_hand_;
 };

@@ -91,6 +91,20 @@ TEST_F(IntakeTest, MoreIsTakenInThanHandedOutSoThatTheSocketsRunEmpty) {
     EXPECT_EQ(sockets_[0]->received(), 200U);
 }
 
+TEST_F(IntakeTest, WhatComesMeanwhileIsTakenInBehindWhatIsInHand) {
+    Intake intake(sockets_, 8);
+    send(0, 1);
+    const std::span<Slot> in_hand = intake.wait(8, Clock::time_point::max());
+    send(0, 2);
+    send(1, 3);
+    intake.take_in();
+    EXPECT_EQ(received(), 3U);
+    ASSERT_EQ(in_hand.size(), 1U);
+    EXPECT_EQ(in_hand[0].data[0], 1);
+    intake.release(1);
+    EXPECT_THAT(read_marks(intake, 2), testing::UnorderedElementsAre(2, 3));
+}
+
 TEST_F(IntakeTest, WhatTheFullRingCannotTakeStaysInTheSocketUntilThereIsRoom) {
     Intake intake(sockets_, 4);
     for (unsigned char i = 0; i < 10; ++i) {

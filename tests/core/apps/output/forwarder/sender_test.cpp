@@ -136,6 +136,14 @@ TEST_F(SenderTest, WaitingPacketsGoOutWithoutAnotherDatagramOnceThereIsRoom) {
     EXPECT_EQ(slow_.receive(), artdmx(0, 0, 1));
 }
 
+TEST_F(SenderTest, ManyPacketsOfOneMomentDoNotKeepTheSourceFromBeingLookedAt) {
+    options_.tee = forwarder::Endpoint{forwarder::kLoopbackAddress, slow_.port()};
+    Sender sender(source_, options_, log_, nullptr, kForEver);
+    arrive(std::vector<Bytes>(64, to(other_, 1)));
+    EXPECT_TRUE(eventually([&] { return source_.looks() > 0; }))
+        << "with the copies, twice as many are sent as came";
+}
+
 TEST_F(SenderTest, WaitingPacketsAreBoundedAndTheNewestAreKept) {
     constexpr unsigned kMost = forwarder::Backlog::kMostOfOne;
     Sender sender(source_, options_, log_, nullptr, kUntilTheEnd);
