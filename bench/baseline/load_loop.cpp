@@ -1,14 +1,15 @@
 // Baseline of the load scenario: the least work that loading in this design allows. On a thread of its own,
 // 512-byte reads through a stream, and one exactly-sized heap copy per packet appended to a deque. It trusts
 // the recording (full ArtDmx packets of 530 bytes, nothing else), so it neither searches nor checks.
-// Usage: load_loop FILE. Prints seconds, packets, resident kilobytes before and after, and the thread's CPU
-// seconds.
+// Usage: load_loop FILE [STEP]. With STEP its heap grows by that many bytes at a time. Prints seconds,
+// packets, resident kilobytes before and after, and the thread's CPU seconds.
 
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
@@ -46,7 +47,7 @@ long resident_kilobytes() {
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-void load(const char* path, std::deque<Packet>& packets) {
+void load(const char* path, std::deque<Packet>& packets, std::size_t step) {
     std::ifstream file(path, std::ios::binary);
     char block[kBlock];
     auto data = std::make_unique_for_overwrite<unsigned char[]>(kPacket);
@@ -65,6 +66,9 @@ void load(const char* path, std::deque<Packet>& packets) {
             if (filled == kPacket) {
                 const int universe = data[14] | data[15] << 8;
                 packets.push_back({universe, std::move(data), kPacket, 0});
+                if (step != 0 && packets.size() % (step / (kPacket + 24)) == 0) {
+                    operator delete(operator new(step));
+                }
                 data = std::make_unique_for_overwrite<unsigned char[]>(kPacket);
                 filled = 0;
             }
@@ -75,7 +79,7 @@ void load(const char* path, std::deque<Packet>& packets) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
+    if (argc != 2 && argc != 3) {
         return 2;
     }
     std::deque<Packet> packets;
@@ -83,7 +87,7 @@ int main(int argc, char** argv) {
     const double begin = now();
     double cpu = 0;
     std::thread loader([&] {
-        load(argv[1], packets);
+        load(argv[1], packets, argc == 3 ? strtoul(argv[2], nullptr, 10) : 0);
         cpu = now(CLOCK_THREAD_CPUTIME_ID);
     });
     loader.join();

@@ -31,7 +31,13 @@ def parse():
     return options
 
 
+def forget(name, options):
+    """Figures of an earlier run must not be taken for this one's."""
+    paths.result(name, options.quick).unlink(missing_ok=True)
+
+
 def run_one(name, options):
+    """False when the scenario could not be measured to its end."""
     say(f"==> {name}")
     patience = None if options.quick else machine.Patience(options.wait, say)
     result = Result(name, options, machine.describe())
@@ -41,9 +47,12 @@ def run_one(name, options):
         ALL[name].run_scenario(Bench(options, result, patience))
     except SkipScenario as reason:
         say(f"  skipped: {reason}")
-        # Figures of an earlier run must not be taken for this one's.
-        paths.result(name, options.quick).unlink(missing_ok=True)
+        forget(name, options)
         return True
+    except RuntimeError as failure:
+        say(f"  FAILED: {failure}")
+        forget(name, options)
+        return False
     finally:
         Program.end_all()
         clean_scratch()
@@ -63,9 +72,8 @@ def main():
     if options.table:
         print_tables(options.scenario)
         return 0
-    for name in options.scenario:
-        run_one(name, options)
-    return 0
+    measured = [run_one(name, options) for name in options.scenario]
+    return 0 if all(measured) else 1
 
 
 if __name__ == "__main__":

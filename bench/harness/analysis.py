@@ -28,8 +28,7 @@ def order_faults(rows, period, universes, sequence, interval_ns, least=1, restar
     Packets lost, repeated or out of order, of the playlist that `sequence` names.
 
     Each frame holds universes 0 to `universes` - 1 in this order, begins with number 0 and goes on by one, modulo
-    `period`; `restarts`: or begins anew. A loss of whole periods shows in the times: as many frames must lie between
-    the first and the last as intervals do. At least `least` frames must have come.
+    `period`; `restarts`: or begins anew. A loss of whole periods, which the numbers hide, shows in the times. At least `least` frames must have come.
     """
     own = rows[rows["sequence"] == sequence]
     if len(own) < least * universes:
@@ -44,7 +43,8 @@ def order_faults(rows, period, universes, sequence, interval_ns, least=1, restar
         faults += int(numpy.count_nonzero(wrong & (of_universe[1:] != 0) if restarts else wrong))
     if not restarts:
         first = own["time"][own["universe"] == 0]
-        faults += abs(round((int(first[-1]) - int(first[0])) / interval_ns) + 1 - len(first)) if len(first) > 1 else 0
+        expected = round((int(first[-1]) - int(first[0])) / interval_ns) + 1
+        faults += abs(round((expected - len(first)) / period)) * period
     return faults
 
 

@@ -18,6 +18,11 @@ class Bench:
     def choose(self, full, quick):
         return quick if self.quick else full
 
+    def wait(self):
+        """Waits for a quiet machine, while patience lasts."""
+        if self._patience is not None:
+            self._patience.wait()
+
     def rounds(self, *cases):
         """
         Runs cases alternately, each `rounds` times. A case is a name and a function that gives one round's figures;
@@ -26,8 +31,7 @@ class Bench:
         """
         for number in range(self.options.rounds):
             for place, (name, measure) in enumerate(cases if number % 2 == 0 else reversed(cases), number * len(cases) + 1):
-                if self._patience is not None:
-                    self._patience.wait()
+                self.wait()
                 noise = Noise(Program.live_pids)
                 figures = measure()
                 self.result.add(name, f"{place}/{self.options.rounds * len(cases)}", **figures, **noise.end())

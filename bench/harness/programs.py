@@ -199,6 +199,11 @@ class Service:
     def stop(self):
         self.ask("call stop")
 
+    def zones(self, count, channels):
+        """Zones 1 to `count`, each of all channels below `channels`."""
+        if self.ask(f"zones {count} {channels}")[2] != "1":
+            raise RuntimeError("the zones were refused")
+
     def announce(self, text):
         self._client.ask("nodes " + text)
 

@@ -2,6 +2,8 @@
 
 import time
 
+import numpy
+
 from .. import paths
 from ..analysis import rate
 from ..programs import Receiver, Service, run_measured
@@ -34,6 +36,8 @@ def plain(packets):
             cpu = service.worker_seconds() - cpu
         rows = receiver.rows()
     show.remove()
+    if receiver.received + receiver.dropped != packets:
+        raise RuntimeError(f"{receiver.received} received and {receiver.dropped} dropped of {packets} packets")
     return {"packets_per_second": rate(rows, receiver.dropped), "cpu_ns_per_packet": cpu / packets * 1e9,
             "dropped": receiver.dropped}
 
@@ -61,6 +65,9 @@ def overdue(receiver, show, playlists, seconds, prepare=lambda service: None, se
     if len(window) < 2:
         raise RuntimeError(f"nothing to measure: {len(window)} of {len(rows)} rows in the window, {receiver.received} received, "
                            f"{receiver.dropped} dropped, clock step {receiver.clock_step} ns")
+    # Every frame but the first of a recording has its number in the first channels.
+    if numpy.count_nonzero(window["serial"]) < 0.9 * len(window):
+        raise RuntimeError("the packets are dark: their channels were not written")
     return window, cpu, receiver.dropped
 
 
@@ -74,7 +81,7 @@ def merged(packets):
             zones = {universe: number for universe in range(UNIVERSES)}
             show.playlist(number, f"{number}.rec", receiver.port, loop=True, brightness=50, zones=zones,
                           fps=OVERDUE_FPS, ppf=UNIVERSES)
-        rows, cpu, dropped = overdue(receiver, show, (1, 2), seconds, lambda service: service.ask("zones 2 512"))
+        rows, cpu, dropped = overdue(receiver, show, (1, 2), seconds, lambda service: service.zones(2, 512))
     show.remove()
     share = float((rows["sequence"] == 1).mean())
     return {"packets_per_second": rate(rows, 0), "cpu_ns_per_packet": cpu / len(rows) * 1e9, "dropped": dropped,

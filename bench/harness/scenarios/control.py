@@ -28,6 +28,7 @@ def measure(calls):
         show.playlist(1, "steady.rec", receiver.port, loop=True, fps=FPS, ppf=UNIVERSES)
         show.playlist(2, "second.rec", receiver.port, loop=True, fps=FPS, ppf=1)
         with Service(show) as service:
+            begin = time.monotonic()
             service.play(1)
 
             def timed(name, line):
@@ -43,6 +44,7 @@ def measure(calls):
                 timed("getLevel", "level")
                 timed("stop_playlist", "call stop_playlist 2")
             service.stop()
+            played = time.monotonic() - begin
         rows = receiver.rows()
     show.remove()
     steady = rows[rows["sequence"] == 1]
@@ -50,7 +52,7 @@ def measure(calls):
     # A call reaches the engine at most this long after it began: a call that waits for nothing is answered by then.
     delivery = int(numpy.quantile([end - begin for begin, end in times["getLevel"]], 0.99))
     # The second playlist goes on after a pause where it was, and begins anew after a stop.
-    out = {"faults": order_faults(rows, RECORDED_FRAMES, UNIVERSES, 1, INTERVAL_NS, calls)
+    out = {"faults": order_faults(rows, RECORDED_FRAMES, UNIVERSES, 1, INTERVAL_NS, int(played * FPS) - 4)
                      + order_faults(rows, RECORDED_FRAMES, 1, 2, INTERVAL_NS, calls, restarts=True),
            "dropped": receiver.dropped}
     for name, waits in WAITS.items():

@@ -25,6 +25,7 @@ def measure(seconds):
             "cpu_seconds_per_minute": (after[0] - before[0]) / minutes,
             "bare_cpu_seconds_per_minute": (after[1] - before[1]) / minutes,
             "resident_mib": resident,
+            "resident_after_idling_mib": memory_kib(service.pid, "VmRSS") / 1024,
             "exec_to_name_ms": service.start_seconds * MILLISECONDS,
         }
     show.remove()
@@ -37,5 +38,5 @@ def run_scenario(bench):
     bench.rounds(("idle", lambda: measure(seconds)))
     result.goal("idle: CPU, times the bare loop's",
                 result.median("idle", "cpu_seconds_per_minute") / result.median("idle", "bare_cpu_seconds_per_minute"), 1.5)
-    for figure in ("cpu_seconds_per_minute", "resident_mib", "exec_to_name_ms"):
+    for figure in ("cpu_seconds_per_minute", "resident_mib", "resident_after_idling_mib", "exec_to_name_ms"):
         result.tell(f"idle: {figure.replace('_', ' ')}", median=result.median("idle", figure))

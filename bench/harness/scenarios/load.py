@@ -12,10 +12,12 @@ INTERVAL_NS = 25_000_000
 # Sends nothing, so that the measured time is the loading alone.
 MUTED = {universe: -2 for universe in range(UNIVERSES)}
 KIB = 1024
+# By how many bytes the service has its loader's heap grow at a time.
+HEAP_STEP = 96 * KIB
 
 
-def bare(recording):
-    seconds, packets, before, after, _cpu = run([paths.tool("load_loop"), recording]).split()
+def bare(recording, *step):
+    seconds, packets, before, after, _cpu = run([paths.tool("load_loop"), recording, *step]).split()
     stored = int(packets) * PACKET
     return {
         "mb_per_second": recording.stat().st_size / float(seconds) / 1e6,
@@ -98,6 +100,7 @@ def run_scenario(bench):
         return measure()
 
     bench.rounds(("least work", lambda: behind_another(lambda: bare(recording))),
+                 ("least work, heap in steps", lambda: behind_another(lambda: bare(recording, HEAP_STEP))),
                  ("load", lambda: behind_another(lambda: service(show, recording, packets))))
     bench.rounds(("ten loads", lambda: ten_loads(show)))
     show.remove()
@@ -107,6 +110,8 @@ def run_scenario(bench):
     ratio = result.median("load", "mb_per_second") / result.median("least work", "mb_per_second")
     result.goal("load: speed, part of the least work", ratio, 0.90, at_least=True)
     result.goal("load: speed, part of the least work, aim", ratio, 1.0, at_least=True)
+    result.tell("load: speed, part of the least work with a heap that grows in steps, as the service's",
+                ratio=result.median("load", "mb_per_second") / result.median("least work, heap in steps", "mb_per_second"))
     result.goal("load: resident bytes per stored byte", result.median("load", "resident_per_stored_byte"), 1.12)
     result.goal("load: kept after the stop", result.median("load", "kept_after_stop_mib"), 8.0, unit=" MiB")
     result.goal("load: peak of ten loads over the first", max(result.values("ten loads", "last_peak_over_first")), 1.01)
@@ -118,6 +123,6 @@ def run_scenario(bench):
                 **{f"{size} MB": max(result.values(f"first datagram, {size} MB", "after_pause_ms")) for size in sizes})
     result.tell("load: first datagram, medians in ms", **{f"{size} MB": value for size, value in medians.items()})
     result.goal("load: first datagram, median of the largest later than that of the smallest",
-                abs(medians[sizes[-1]] - medians[sizes[0]]), 5.0, unit=" ms")
+                max(medians[sizes[-1]] - medians[sizes[0]], 0.0), 5.0, unit=" ms")
     faults = sum(sum(result.values(f"first datagram, {size} MB", "faults")) for size in sizes)
     result.goal("load: packets lost, repeated or out of order while loading", faults, 0)

@@ -56,7 +56,7 @@ def service(universes, seconds, playlists=1):
             show.playlist(number, f"{number}.rec", receiver.port, loop=True, zones=zones, fps=FPS, ppf=universes)
         with Service(show) as program:
             if playlists > 1:
-                program.ask(f"zones {playlists} 512")
+                program.zones(playlists, 512)
             for number in range(1, playlists + 1):
                 program.play(number)
             cpu, begin = thread_seconds(program.pid), time.monotonic()
@@ -68,7 +68,7 @@ def service(universes, seconds, playlists=1):
     numbers = range(1, playlists + 1)
     parts = [Frames(rows[rows["sequence"] == number], universes, INTERVAL_NS) for number in numbers]
     # A service that falls silent half-way must not look like one that is in time.
-    least = int(seconds * FPS) - 1
+    least = int(seconds * FPS) - 2
     return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step,
                    faults=sum(order_faults(rows, RECORDED_FRAMES, universes, number, INTERVAL_NS, least) for number in numbers))
 

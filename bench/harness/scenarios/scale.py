@@ -25,7 +25,7 @@ def measure(seconds, universes=16, playlists=1, zones=0, nodes=0):
 
         def prepare(service):
             if zones:
-                service.ask(f"zones {zones} 512")
+                service.zones(zones, 512)
             if nodes:
                 # One node for each universe that plays, the rest on others.
                 at = [*range(universes), *range(1000, 1000 + nodes - universes)][:nodes]
