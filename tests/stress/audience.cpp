@@ -83,6 +83,9 @@ Audience::Stretch Audience::stretch(const std::vector<model::Audible>& audible,
                 });
                 const bool silent = found == audible.end();
                 if (silent && std::find(uncertain.begin(), uncertain.end(), universe) != uncertain.end()) {
+                    if (!unfinished()) {
+                        break;
+                    }
                     continue;
                 }
                 const std::string verdict = judge(*frame, silent ? nullptr : &*found);

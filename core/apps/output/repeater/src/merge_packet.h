@@ -39,8 +39,8 @@ struct MergePacket {
 
     /// What follows from the owners, for the zones that have written since they changed and (kNoZone) for
     /// what no zone owns, side by side by zone id: to compare 512 owners for each packet costs a fifth of
-    /// sending it. Made by the render worker; forget_masks() after each change of owners or of a zone's
-    /// channels.
+    /// sending it. Made by the render worker; forget_masks() after each change of owners. A zone itself
+    /// changes only while nothing is loaded, and then no frame is in the table.
     std::vector<int> masked_zones;
     std::vector<ChannelMask> masks;
 

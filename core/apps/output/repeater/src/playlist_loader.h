@@ -63,7 +63,7 @@ private:
     /// Written by the loader thread at its end with release, which publishes all that it stored.
     std::atomic<bool> done_flag_{false};
     std::thread thread_;
-    /// Makes ready_ rise once. Loader thread, and start() while no thread runs; so are the four below ready_.
+    /// Makes ready_ rise once. Loader thread, and start() while no thread runs, as all that follows ready_.
     bool ready_latch_ = false;
     /// Written by the loader thread, read by the main thread.
     std::atomic<bool> ready_{false};

@@ -67,8 +67,7 @@ void operator delete[](void* memory, std::size_t /*size*/) noexcept {
 
 #else
 
-// Everything that allocates comes through here, libraries and operator new included: the program's own symbol
-// goes before the C library's.
+// Libraries and operator new come through here, too: the program's own symbols go before the C library's.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t number, std::size_t size);
