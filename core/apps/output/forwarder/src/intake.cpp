@@ -91,7 +91,7 @@ std::span<Slot> Intake::wait(std::size_t limit, Clock::time_point until) {
         }
         receive();
     }
-    const std::size_t begin = released_ % slots_.size();
+    const std::size_t begin = static_cast<std::size_t>(released_ % slots_.size());
     const std::size_t count =
         std::min({limit, static_cast<std::size_t>(filled_ - released_), slots_.size() - begin});
     return {slots_.data() + begin, count};
@@ -186,7 +186,7 @@ bool Intake::drain(ReceiveSocket& socket) {
 }
 
 std::span<Slot> Intake::writable(std::size_t limit) noexcept {
-    const std::size_t begin = filled_ % slots_.size();
+    const std::size_t begin = static_cast<std::size_t>(filled_ % slots_.size());
     const std::size_t room = slots_.size() - static_cast<std::size_t>(filled_ - released_);
     return {slots_.data() + begin, std::min({limit, room, slots_.size() - begin})};
 }
