@@ -30,7 +30,7 @@ public:
     bool chance(int percent) { return between(1, 100) <= percent; }
     template <typename Value>
     const Value& of(const std::vector<Value>& values) {
-        return values.at(next() % values.size());
+        return values.at(static_cast<std::size_t>(next() % values.size()));
     }
 
 private:

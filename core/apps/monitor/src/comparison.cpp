@@ -9,7 +9,8 @@ std::chrono::nanoseconds Comparison::due(const Packets& packets, std::uint64_t i
     std::int64_t result = 0;
     // A recording may stand for centuries; what is due beyond all time never is.
     if (__builtin_mul_overflow(round, timeline_.duration.count(), &result) ||
-        __builtin_add_overflow(result, packets[index % packets.size()].due.count(), &result)) {
+        __builtin_add_overflow(result, packets[static_cast<std::size_t>(index % packets.size())].due.count(),
+                               &result)) {
         return std::chrono::nanoseconds::max();
     }
     return std::chrono::nanoseconds(result);
@@ -74,7 +75,7 @@ std::optional<std::uint64_t> Comparison::find(const Packets& packets, const Univ
     const std::chrono::nanoseconds latest = packet.time - *offset_ + kEarliest;
     std::optional<std::uint64_t> first;
     for (std::uint64_t index = universe.next; due(packets, index) <= latest; ++index) {
-        const ExpectedPacket& candidate = packets[index % packets.size()];
+        const ExpectedPacket& candidate = packets[static_cast<std::size_t>(index % packets.size())];
         if (candidate.levels != packet.levels) {
             continue;
         }

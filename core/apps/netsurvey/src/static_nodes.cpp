@@ -86,7 +86,8 @@ private:
         const QJsonArray values = at("universes").toArray();
         for (const QJsonValue value : values) {
             for (const cli::NumberRange& range : ranges(value)) {
-                std::fill(named.begin() + range.first, named.begin() + range.last + 1, true);
+                std::fill_n(named.begin() + static_cast<std::ptrdiff_t>(range.first),
+                            range.last - range.first + 1, true);
             }
         }
         std::vector<std::uint16_t> universes;

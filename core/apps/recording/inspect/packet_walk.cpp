@@ -152,7 +152,7 @@ void PacketWalk::take(std::uint64_t size, const std::string& what) {
 
 void PacketWalk::take_dmx(const ArtDmx& dmx) {
     const int universe = dmx.SubUni + (dmx.Net << 8);
-    const std::uint64_t number = offsets_.size();
+    const std::size_t number = offsets_.size();
     offsets_.push_back(parser_.packet_offset());
     take(kDmxHeaderSize + dmx.Length, "ArtDmx packet of universe " + std::to_string(universe));
     if (dmx.Length == 0) {

@@ -62,7 +62,7 @@ std::span<std::uint8_t> PacketSource::packet(std::uint64_t offset, std::size_t s
         window_.resize(filled);
         window_begin_ = offset;
     }
-    const std::size_t at = offset - window_begin_;
+    const auto at = static_cast<std::size_t>(offset - window_begin_);
     if (at + size > window_.size() ||
         !std::ranges::equal(std::span(window_).subspan(at, kArtNetIdentifier.size()), kArtNetIdentifier)) {
         throw cli::Failure(path_ + ": has changed while it was read");

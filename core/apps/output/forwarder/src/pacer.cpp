@@ -17,7 +17,7 @@ Pacer::Loss Pacer::add(std::size_t destination, std::size_t stream, std::span<co
                        Time now) {
     Queue& queue = queues_[destination];
     if (const auto older = queue.numbers.find(stream); older != queue.numbers.end()) {
-        queue.waiting[older->second - queue.taken].fill(packet);
+        queue.waiting[static_cast<std::size_t>(older->second - queue.taken)].fill(packet);
         return Loss::Superseded;
     }
     Loss loss = Loss::None;
