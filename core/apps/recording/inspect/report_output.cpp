@@ -34,8 +34,8 @@ void print_report(std::FILE* out, const RecordingReport& report, Level lowest) {
         }
     }
     for (const auto& [kind, count] : findings.left_out()) {
-        std::fprintf(out, "%s: and %s of the kind [%s] (--limit 0 shows all)\n", path,
-                     (std::to_string(count) + " more").c_str(), kind.c_str());
+        std::fprintf(out, "%s: and %s more of the kind [%s] (--limit 0 shows all)\n", path,
+                     std::to_string(count).c_str(), kind.c_str());
     }
     std::fprintf(
         out, "%s: %s; %s of %s, %s", path,
