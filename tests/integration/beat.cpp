@@ -44,7 +44,7 @@ Recording Beat::recording() {
 
 std::size_t Beat::count() const {
     const std::scoped_lock guard(mutex_);
-    return marks_.size();
+    return arrivals_.size();
 }
 
 bool Beat::wait_for_more(std::size_t frames) const {
@@ -54,11 +54,27 @@ bool Beat::wait_for_more(std::size_t frames) const {
 
 std::string Beat::first_gap() const {
     const std::scoped_lock guard(mutex_);
-    for (std::size_t i = 0; i < marks_.size(); ++i) {
+    for (std::size_t i = 0; i < arrivals_.size(); ++i) {
         const auto expected = static_cast<int>(i % kFrames);
-        if (marks_[i] != expected) {
-            return "frame " + std::to_string(i) + " has the number " + std::to_string(marks_[i]) +
+        if (arrivals_[i].mark != expected) {
+            return "frame " + std::to_string(i) + " has the number " + std::to_string(arrivals_[i].mark) +
                    " instead of " + std::to_string(expected);
+        }
+    }
+    return {};
+}
+
+std::string Beat::first_standstill(std::chrono::nanoseconds limit) const {
+    const std::scoped_lock guard(mutex_);
+    for (std::size_t i = 1; i < arrivals_.size(); ++i) {
+        const Sleeper::Time before = arrivals_[i - 1].time;
+        const std::chrono::nanoseconds gap = arrivals_[i].time - before;
+        if (gap <= limit) {
+            continue;
+        }
+        if (const auto lost = sleeper_.overslept(before, arrivals_[i].time); gap > limit + lost) {
+            return "frame " + std::to_string(i) + " came " + std::to_string(gap / 1ms) +
+                   " ms behind the one before it, of which the machine took " + std::to_string(lost / 1ms);
         }
     }
     return {};
@@ -68,7 +84,7 @@ void Beat::take_in() {
     while (running_.load()) {
         if (const std::optional<Frame> frame = socket_.receive(20ms)) {
             const std::scoped_lock guard(mutex_);
-            marks_.push_back(mark_of(*frame));
+            arrivals_.push_back({mark_of(*frame), frame->arrival});
         }
     }
 }

@@ -1,7 +1,8 @@
 #pragma once
-// A playlist that a test lets run beside a fault: no frame of it may be missing.
+// A playlist that a test lets run beside a fault: no frame of it may be missing or late.
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "forwarder_socket.h"
+#include "sleeper.h"
 #include "support/recording.h"
 
 namespace integration {
@@ -38,15 +40,24 @@ public:
     [[nodiscard]] bool wait_for_more(std::size_t frames) const;
     /// Empty while every frame has followed the one before it; else where it first did not.
     [[nodiscard]] std::string first_gap() const;
+    /// Empty while no frame has come later behind the one before it than `limit`, and than what the machine
+    /// kept from this process meanwhile; else the first that has.
+    [[nodiscard]] std::string first_standstill(std::chrono::nanoseconds limit) const;
 
 private:
+    struct Arrival {
+        int mark;
+        Sleeper::Time time;
+    };
+
     void take_in();
 
     ForwarderSocket socket_;
-    /// Guards marks_.
+    Sleeper sleeper_;
+    /// Guards arrivals_.
     mutable std::mutex mutex_;
-    /// The frames' numbers in the order of arrival.
-    std::vector<int> marks_;
+    /// The frames' numbers and times in the order of arrival.
+    std::vector<Arrival> arrivals_;
     std::atomic<bool> running_{true};
     /// Last, so that all else is there when it starts.
     std::thread thread_;

@@ -1,6 +1,7 @@
 #pragma once
 // Base of the tests of docs/faults.md: the real program plays a beat while something around it fails.
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,7 @@ inline constexpr bool kSanitized = false;
 #endif
 
 /**
- * A running service with a beat, whose frames must all come whatever else a test does.
+ * A running service with a beat, whose frames must all come, and in time, whatever else a test does.
  */
 class FaultsTest : public ServiceTest {
 protected:
@@ -27,8 +28,12 @@ protected:
 
     /// Starts the service and its beat.
     void start_with_beat(const ServiceSettings& settings = {});
-    /// The beat has come without a gap so far, and does so for further frames.
+    /// The beat has come without a gap or a standstill so far, and does so for further frames.
     void expect_beat_goes_on(std::size_t frames = 10);
+    /// The same for what has come.
+    void expect_beat_was_whole();
+    /// The beat may once stand still for as long, since the fault is to hold it up.
+    void allow_standstill(std::chrono::nanoseconds time) { allowed_ = time; }
     [[nodiscard]] Beat& beat() { return beat_; }
 
     /// A call of the engine whose answer may take long; a caller of its own, so that others can be made.
@@ -56,6 +61,7 @@ private:
                                         const QList<QVariant>& arguments);
 
     Beat beat_;
+    std::chrono::nanoseconds allowed_{0};
     std::unique_ptr<BusConnection> later_;
 };
 
