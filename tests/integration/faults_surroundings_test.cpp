@@ -3,11 +3,14 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "faults_test.h"
@@ -56,18 +59,30 @@ class FaultsForwarderTest : public FaultsTest {
 protected:
     /// The real forwarder at the port where the service delivers, with a copy of all to the test.
     [[nodiscard]] std::unique_ptr<StartedProgram> start_forwarder() const {
+        std::vector<std::string> environment = sanitizer_options();
+        environment.emplace_back("LC_ALL=C.UTF-8");
         return std::make_unique<StartedProgram>(ProgramSettings{
             {INTEGRATION_FORWARDER, "--port", std::to_string(port_), "--rewrite", "192.0.2.0/24=127.0.0.2",
              "--tee", "127.0.0.1:" + std::to_string(copies_.port())},
-            {"LC_ALL=C.UTF-8"},
-            installation().path() + "/forwarder.output",
+            environment,
+            output_file(),
             {}});
+    }
+    /// What all forwarders of the test have printed.
+    [[nodiscard]] std::string forwarder_output() const {
+        std::ifstream file(output_file());
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
     }
     /// An output string that leads to the forwarder.
     [[nodiscard]] std::string output() const { return "1:192.0.2.1:" + std::to_string(port_); }
 
     ForwarderSocket copies_;
     int port_ = free_port();
+
+private:
+    [[nodiscard]] std::string output_file() const { return installation().path() + "/forwarder.output"; }
 };
 
 class FaultsDescriptorTest : public FaultsTest {
@@ -195,6 +210,16 @@ TEST_F(FaultsForwarderTest, AKilledForwarderMissesWhatIsDueUntilItIsRestarted) {
     }
     EXPECT_EQ(log_since_mark(), Lines{});
     expect_beat_goes_on(1);
+
+    forwarder->signal(SIGTERM);
+    const std::optional<int> status = forwarder->wait_end();
+    ASSERT_TRUE(status.has_value()) << "the forwarder does not end";
+    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << "wait status " << *status;
+    // Its counters, and no sanitizer's report.
+    const std::string output = forwarder_output();
+    EXPECT_THAT(output, HasSubstr("received "));
+    EXPECT_THAT(output, Not(HasSubstr("Sanitizer")));
+    EXPECT_THAT(output, Not(HasSubstr("runtime error")));
 }
 
 TEST_F(FaultsDescriptorTest, WithoutADescriptorForTheSocketPacketsFailUntilOneIsFree) {

@@ -53,12 +53,6 @@ int mount_brand(const std::string& brand) {
     return write_text("/opt/torvex/data/cfg/brand.json", brand);
 }
 
-void keep_variable(std::vector<std::string>& environment, const std::string& name) {
-    if (const char* const value = std::getenv(name.c_str()); value != nullptr) {
-        environment.push_back(name + "=" + value);
-    }
-}
-
 ProgramSettings program_settings(const Installation& installation, const ServiceSettings& settings,
                                  const std::string& syslog_file, const std::string& output_file) {
     ProgramSettings program;
@@ -69,8 +63,9 @@ ProgramSettings program_settings(const Installation& installation, const Service
                                   (settings.preload.empty() ? "" : ":" + settings.preload));
     program.environment.push_back(std::string(tests::kSyslogFileVariable) + "=" + syslog_file);
     program.environment.push_back("ASAN_OPTIONS=verify_asan_link_order=0");
-    keep_variable(program.environment, "TSAN_OPTIONS");
-    keep_variable(program.environment, "UBSAN_OPTIONS");
+    for (const std::string& option : sanitizer_options()) {
+        program.environment.push_back(option);
+    }
     program.output_file = output_file;
     program.prepare = settings.prepare;
     if (settings.brand) {
@@ -117,6 +112,16 @@ std::string shown(const tests::SyslogLine& line) {
 }
 
 }  // namespace
+
+std::vector<std::string> sanitizer_options() {
+    std::vector<std::string> options;
+    for (const char* const name : {"TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        if (const char* const value = std::getenv(name); value != nullptr) {
+            options.push_back(std::string(name) + "=" + value);
+        }
+    }
+    return options;
+}
 
 bool matches(const std::string& text, const std::string& expression) {
     const QRegularExpression whole(QRegularExpression::anchoredPattern(QString::fromStdString(expression)),

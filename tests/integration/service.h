@@ -17,6 +17,9 @@ namespace integration {
 /// True when all of `text` matches the Perl-compatible expression.
 [[nodiscard]] bool matches(const std::string& text, const std::string& expression);
 
+/// "NAME=value" each: how the sanitizer of a program that a test starts is to behave.
+[[nodiscard]] std::vector<std::string> sanitizer_options();
+
 /// How to start the service, beyond the usual.
 struct ServiceSettings {
     /// "NAME=value"; the bus's address comes in so.
