@@ -8,7 +8,7 @@ import signal
 import sys
 from pathlib import Path
 
-from harness import machine, paths
+from harness import paths
 from harness.programs import Program, clean_scratch, free_port
 
 from . import judge
@@ -43,14 +43,15 @@ def parse():
 
 
 def checks_of(figures):
+    quiet = judge.quiet(figures["noise"])
     yield judge.end_check(figures["casualty"])
     for reference in figures["references"]:
-        yield from judge.reference_checks(reference)
+        yield from judge.reference_checks(reference, quiet)
     yield from judge.book_checks(figures["books"])
     for name, resources in figures["resources"].items():
         yield from judge.resource_checks(name, resources)
     calls = figures["calls"]
-    yield from judge.control_checks(calls["count"], len(calls["wrong"]), calls["longest_ms"], calls["longest"])
+    yield from judge.control_checks(calls["count"], len(calls["wrong"]), calls["longest_ms"], calls["longest"], quiet)
 
 
 def print_beside(figures):
@@ -66,8 +67,8 @@ def print_beside(figures):
         print(f"wrong answer: {wrong}")
     noise = figures["noise"]
     print(f"other programs took {noise['others']:.2f} of {figures['machine']['cores']} cores, the hypervisor stole {noise['steal']:.2f}")
-    if noise["others"] + noise["steal"] > machine.QUIET_SHARE:
-        print("The machine was not quiet: gaps, lateness and the longest call are partly its own.")
+    if not judge.quiet(noise):
+        print("The machine was not quiet: gaps, lateness and the longest call are partly its own, and only what is stuck fails.")
 
 
 def soak(options):

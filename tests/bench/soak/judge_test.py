@@ -21,8 +21,8 @@ RESOURCES = {"samples": 20, "rss_kib": 20_000, "slope_kb_per_hour": 100.0, "grow
 
 
 class ReferenceTest(unittest.TestCase):
-    def verdict(self, **changed):
-        return judge.verdict(judge.reference_checks({**REFERENCE, **changed}))
+    def verdict(self, quiet=False, **changed):
+        return judge.verdict(judge.reference_checks({**REFERENCE, **changed}, quiet))
 
     def test_a_run_without_fault_holds(self):
         self.assertTrue(self.verdict())
@@ -54,6 +54,10 @@ class ReferenceTest(unittest.TestCase):
     def test_a_gap_of_more_than_five_seconds_fails(self):
         self.assertTrue(self.verdict(gap_ns=5_025_000_000))
         self.assertFalse(self.verdict(gap_ns=5_025_000_001))
+
+    def test_on_a_quiet_machine_a_gap_of_more_than_a_tenth_of_a_second_fails(self):
+        self.assertTrue(self.verdict(quiet=True, gap_ns=125_000_000))
+        self.assertFalse(self.verdict(quiet=True, gap_ns=125_000_001))
 
 
 class BooksTest(unittest.TestCase):
@@ -115,14 +119,26 @@ class ResourcesTest(unittest.TestCase):
 
 
 class ControlTest(unittest.TestCase):
+    def verdict(self, calls, wrong, longest_ms, quiet=False):
+        return judge.verdict(judge.control_checks(calls, wrong, longest_ms, "stop_playlist", quiet))
+
     def test_a_wrong_answer_or_a_stuck_call_fails(self):
-        self.assertTrue(judge.verdict(judge.control_checks(900, 0, 55.0, "stop_playlist")))
-        self.assertFalse(judge.verdict(judge.control_checks(900, 1, 55.0, "stop_playlist")))
-        self.assertFalse(judge.verdict(judge.control_checks(900, 0, 5000.1, "stop_playlist")))
+        self.assertTrue(self.verdict(900, 0, 55.0))
+        self.assertFalse(self.verdict(900, 1, 55.0))
+        self.assertTrue(self.verdict(900, 0, 5000.0))
+        self.assertFalse(self.verdict(900, 0, 5000.1))
+
+    def test_on_a_quiet_machine_a_call_of_more_than_a_tenth_of_a_second_fails(self):
+        self.assertTrue(self.verdict(900, 0, 100.0, quiet=True))
+        self.assertFalse(self.verdict(900, 0, 100.1, quiet=True))
+
+    def test_a_run_in_which_others_took_a_twentieth_of_a_core_was_not_quiet(self):
+        self.assertTrue(judge.quiet({"others": 0.04, "steal": 0.01}))
+        self.assertFalse(judge.quiet({"others": 0.04, "steal": 0.011}))
 
     def test_a_run_without_a_control_call_fails(self):
-        self.assertTrue(judge.verdict(judge.control_checks(1, 0, 55.0, "pause_playlist")))
-        self.assertFalse(judge.verdict(judge.control_checks(0, 0, 0.0, "")))
+        self.assertTrue(self.verdict(1, 0, 55.0))
+        self.assertFalse(self.verdict(0, 0, 0.0))
 
     def test_a_program_that_ended_fails_and_is_named(self):
         check = judge.end_check("cuewright-forwarder ended, signal 9")
