@@ -9,8 +9,8 @@ absent() { echo "docs/security.md names $1 $2, which is not there"; missing=1; }
 for test in $(names '[a-z_0-9]+_test'); do
     [ -n "$(find tests -name "$test.cpp")" ] || absent "the test" "$test"
 done
-for case in $(names '[A-Z][a-z]+[A-Z][A-Za-z0-9]+'); do
-    grep -rqE "^TEST(_F)?\([A-Za-z]+, *$case\)" tests || absent "the case" "$case"
+for case in $(names '[A-Z][A-Za-z0-9]*[A-Z][a-z][A-Za-z0-9]*'); do
+    grep -rqE "^TEST(_F|_P)?\([A-Za-z]+, *$case\)" tests || absent "the case" "$case"
 done
 # As in "the fuzz targets `a`, `b` and `c`"; tests may follow in the same list.
 targets=$(tr '\n' ' ' < docs/security.md | grep -oE 'fuzz targets? (`[a-z_]+`(, | and )?)+' | grep -oE '`[a-z_]+`' | tr -d '`' | grep -v '_test$')
