@@ -1,5 +1,7 @@
 #pragma once
-// The show of the stress run: playlists of every kind, all with frames of 2 ms or less.
+// The show of the stress run: playlists of every kind, with frames of 2 ms or less. Only the last one of a
+// recording with its own timing stands for 30 ms, as the loader has it, so once a loop a call may wait as
+// long.
 
 #include <chrono>
 #include <cstdint>
