@@ -30,7 +30,7 @@ public:
 
     /// Takes the name of the discovery service.
     [[nodiscard]] bool become_discovery();
-    /// As the discovery service; returns when the service has heard it.
+    /// As the discovery service. The service hears it before any later call of the same client.
     [[nodiscard]] bool announce(const std::string& nodes);
 
 private:

@@ -125,6 +125,14 @@ std::string StressRun::judge(const BusCall& call, const QDBusMessage& reply, con
     return wrong.empty() ? "" : call.text + ": " + wrong;
 }
 
+std::string StressRun::late() {
+    std::ostringstream text;
+    text.precision(1);
+    text << std::fixed << "; a sleeping thread was late by "
+         << std::chrono::duration<double, std::milli>(pulse_.take()).count() << " ms";
+    return text.str();
+}
+
 std::string StressRun::run(BusClient& client, const BusCall& call) {
     remember(call.text);
     const std::string before = model_.state();
@@ -133,14 +141,8 @@ std::string StressRun::run(BusClient& client, const BusCall& call) {
     const auto begin = steady_clock::now();
     const QDBusMessage reply = client.call(call);
     const std::chrono::nanoseconds took = steady_clock::now() - begin;
-    latencies_.add(call.row, took, [&] {
-        std::ostringstream text;
-        text.precision(1);
-        text << std::fixed << call.text << " -> " << shown(expected) << " with " << before
-             << "; a sleeping thread was late by "
-             << std::chrono::duration<double, std::milli>(pulse_.take()).count() << " ms";
-        return text.str();
-    });
+    latencies_.add(call.row, took,
+                   [&] { return call.text + " -> " + shown(expected) + " with " + before + late(); });
     std::string wrong = judge(call, reply, expected);
     if (wrong.empty()) {
         wrong = log_.difference(model_.take_lines());
@@ -171,16 +173,26 @@ std::string StressRun::hear_ends() {
     return {};
 }
 
+std::string StressRun::ask_level(const std::string& behind, const std::function<QDBusMessage()>& ask) {
+    static_cast<void>(pulse_.take());
+    const auto begin = steady_clock::now();
+    const QDBusMessage reply = ask();
+    latencies_.add("getLevel (behind all)", steady_clock::now() - begin,
+                   [&] { return "behind " + behind + " with " + model_.state() + late(); });
+    const std::string wrong = difference(reply, {"", "i", model_.level()});
+    return wrong.empty() ? "" : "getLevel behind " + behind + ": " + wrong;
+}
+
 std::string StressRun::settle() {
     const bool raced = model_.unsettled();
     // Answered on the connection that hears the ends, behind every one of them that came before.
-    const QDBusMessage reply = ear_.call_logger(QStringLiteral("getLevel"));
-    const std::string wrong = difference(reply, {"", "i", model_.level()});
+    const std::string wrong =
+        ask_level("every end so far", [this] { return ear_.call_logger(QStringLiteral("getLevel")); });
     const std::string heard = hear_ends();
     mix_.races += raced ? 1 : 0;
     mix_.races_ended += raced && !model_.unsettled() ? 1 : 0;
     model_.settle();
-    return wrong.empty() ? heard : "getLevel: " + wrong;
+    return wrong.empty() ? heard : wrong;
 }
 
 std::string StressRun::batch(Random& random) {
@@ -256,8 +268,11 @@ std::string StressRun::vanish(Random& random) {
     }
     // Dispatched behind the call of the one that has gone. An end that this call met comes behind this answer
     // at the latest, and before the next.
-    static_cast<void>(ear_.call_logger(QStringLiteral("getLevel")));
-    const std::string wrong = settle();
+    std::string wrong = ask_level("the vanished " + call.text,
+                                  [this] { return ear_.call_logger(QStringLiteral("getLevel")); });
+    if (wrong.empty()) {
+        wrong = settle();
+    }
     return wrong.empty() ? log_.difference(model_.take_lines()) : wrong;
 }
 
@@ -275,9 +290,10 @@ std::string StressRun::announce(Random& random) {
     remember(appears ? "the node appears" : "the node goes");
     ++mix_.announcements;
     appears ? model_.node_appears() : model_.node_goes();
-    return discovery_->announce(node_record(appears ? 1 : 0, model_.node.port))
-               ? ""
-               : "the announcement is not heard";
+    if (!discovery_->announce(node_record(appears ? 1 : 0, model_.node.port))) {
+        return "the announcement cannot be sent";
+    }
+    return ask_level("the announcement", [this] { return discovery_->call(RandomCalls::get_level()); });
 }
 
 std::string StressRun::wait_for_end(Random& random) {

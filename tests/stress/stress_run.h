@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -98,6 +99,11 @@ private:
     std::string judge(const BusCall& call, const QDBusMessage& reply, const Answer& expected);
     std::string hear_ends();
     std::string settle();
+    /// A call that changes nothing and is answered behind all that was sent before it; timed, and its answer
+    /// compared.
+    std::string ask_level(const std::string& behind, const std::function<QDBusMessage()>& ask);
+    /// How late the machine was since the pulse was last asked, for a story.
+    std::string late();
     BusClient& client(model::Random& random);
     void remember(const std::string& text);
 
