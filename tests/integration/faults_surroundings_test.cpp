@@ -132,7 +132,13 @@ TEST_F(FaultsDataDirectoryTest, WhatIsLoadedPlaysOnAndNewPlaysFindItAgainWhenItI
                         .effect(ShowEffect("first.rec").output(wire.output("1")))
                         .effect(ShowEffect("second.rec").output(wire.output("1"))));
     add_playlist(2, false, Recording{}.dmx(1, {2}).fill_to(512), {wire.output("1")});
+    // So short that it comes round many times while the directory is away.
+    constexpr int kLoop = 5;
+    ForwarderSocket loop;
+    add_playlist(3, true, numbered_frames(2, kLoop), {loop.output("2")});
     start_with_beat();
+    EXPECT_TRUE(controller().play(3));
+    mark_log();
     const QDBusPendingCall play = call_later(QStringLiteral("play_playlist"), {1});
     fifo.open();
     Recording first;
@@ -143,6 +149,7 @@ TEST_F(FaultsDataDirectoryTest, WhatIsLoadedPlaysOnAndNewPlaysFindItAgainWhenItI
     ASSERT_TRUE(wait_for_answer(play));
     {
         const AwayDirectory away(show().root().toStdString());
+        loop.arrived();
         ASSERT_TRUE(fifo.write(Recording{}.dmx(1, {5}).fill_to(512).bytes()));
         fifo.close();
         ASSERT_TRUE(controller().wait_for_stopped(1));
@@ -153,6 +160,10 @@ TEST_F(FaultsDataDirectoryTest, WhatIsLoadedPlaysOnAndNewPlaysFindItAgainWhenItI
         EXPECT_THAT(levels, ElementsAre(1, 2, 3, 4, 5));
         EXPECT_THAT(trouble(), ElementsAre(parse_error_line("second.rec", 1)));
         expect_beat_goes_on();
+        const std::vector<Frame> round = loop.next(4 * kLoop);
+        for (std::size_t i = 1; i < round.size(); ++i) {
+            EXPECT_EQ(mark_of(round[i]), (mark_of(round[i - 1]) + 1) % kLoop);
+        }
 
         mark_log();
         EXPECT_FALSE(controller().play(2));
