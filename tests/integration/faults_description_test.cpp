@@ -31,9 +31,10 @@ std::string to_utf16(const std::string& text) {
     return result;
 }
 
+/// Arrays within arrays.
 std::string nested(int levels) {
-    return "[" + std::string(static_cast<std::size_t>(levels - 1), '[') +
-           std::string(static_cast<std::size_t>(levels - 1), ']');
+    const auto count = static_cast<std::size_t>(levels);
+    return std::string(count, '[') + std::string(count, ']');
 }
 
 const BadText kBadTexts[] = {
@@ -43,7 +44,7 @@ const BadText kBadTexts[] = {
     {"Zeros", [](const std::string& good) { return std::string(good.size(), '\0'); }, "illegal value"},
     {"Utf16", to_utf16, "illegal value"},
     {"Latin1", [](const std::string& good) { return "[\"\xFC\"," + good.substr(1); }, "invalid UTF8 string"},
-    {"NestedTooDeep", [](const std::string& good) { return nested(100'000) + "," + good.substr(1); },
+    {"NestedTooDeep", [](const std::string& good) { return "[" + nested(100'000) + "," + good.substr(1); },
      "too deeply nested document"},
 };
 
@@ -155,13 +156,21 @@ TEST_F(FaultsDescriptionTest, AByteOrderMarkIsSkipped) {
     expect_beat_goes_on();
 }
 
-TEST_F(FaultsDescriptionTest, AThousandLevelsThatNobodyLooksAtAreNotTooMany) {
+TEST_F(FaultsDescriptionTest, LevelsThatNobodyLooksAtAreTakenUpTo1024) {
     add_show();
-    // Within the array and the object that hold it.
-    const std::string deep = nested(1000) + "]";
-    show().file(kList, "[{\"Id\":1,\"Loop\":false,\"Note\":" + deep + "}]");
-    show().file(kEffects, "[" + deep + "," + effects_.substr(1));
+    constexpr int kMost = 1024;
+    // The list's array and object, or the effects' array, are levels, too.
+    const auto list = [](int levels) {
+        return "[{\"Id\":1,\"Loop\":false,\"Note\":" + nested(levels - 2) + "}]";
+    };
+    const auto effects = [this](int levels) { return "[" + nested(levels - 1) + "," + effects_.substr(1); };
+    const std::string error = "Parse error (err:too deeply nested document";
+    show().file(kList, list(kMost)).file(kEffects, effects(kMost));
     expect_plays();
+    show().file(kList, list(kMost + 1));
+    expect_refused("parse_desc", error, "Playlist desc file format invalid");
+    show().file(kList, list(kMost)).file(kEffects, effects(kMost + 1));
+    expect_refused("parse_effects", error, "Playlist effects file format invalid");
     expect_beat_goes_on();
 }
 
