@@ -140,6 +140,47 @@ TEST_F(BusInterfaceTest, WrongArgumentsAreAnsweredByTheStandardError) {
     EXPECT_THAT(log_since_mark(), testing::IsEmpty());
 }
 
+TEST_F(BusInterfaceTest, SurplusArgumentsAreAnsweredByTheStandardErrorAndNothingHappens) {
+    ForwarderSocket wire;
+    add_playlist(1, true, Recording{}.dmx(1, {200}), {wire.output("1")});
+    add_playlist(2, true, Recording{}.dmx(1, {2}), {wire.output("1")});
+    start();
+    const ControlZone zone{3, 1, {0}};
+    EXPECT_TRUE(controller().add_zone(zone));
+    EXPECT_TRUE(controller().play(1));
+    const QVariant sent = QVariant::fromValue(zone);
+    const QVariant list = QVariant::fromValue(QList<ControlZone>{zone});
+    mark_log();
+    EXPECT_EQ(error_of("play_playlist", {2, 2}), kUnknownMethod);
+    EXPECT_EQ(error_of("pause_playlist", {1, true}), kUnknownMethod);
+    EXPECT_EQ(error_of("stop_playlist", {1, 1}), kUnknownMethod);
+    EXPECT_EQ(error_of("stop", {1}), kUnknownMethod);
+    EXPECT_EQ(error_of("set_brightness", {1, 50, 1}), kUnknownMethod);
+    EXPECT_EQ(error_of("set_speed_boost", {1, 50, 1}), kUnknownMethod);
+    EXPECT_EQ(error_of("set_unicast_enabled", {false, false}), kUnknownMethod);
+    EXPECT_EQ(error_of("init_zones", {list, list}), kUnknownMethod);
+    EXPECT_EQ(error_of("add_zone", {sent, sent}), kUnknownMethod);
+    EXPECT_EQ(error_of("update_zone", {sent, 1}), kUnknownMethod);
+    EXPECT_EQ(error_of("remove_zone", {3, 3}), kUnknownMethod);
+    EXPECT_EQ(error_of("remove_all_zones", {QStringLiteral("all")}), kUnknownMethod);
+    for (const auto& [method, arguments] : std::vector<std::pair<const char*, QList<QVariant>>>{
+             {"setLevel", {6, 6}}, {"getLevel", {1}}, {"useContext", {true, 1}}}) {
+        EXPECT_EQ(controller().call_logger(QLatin1String(method), arguments).errorName().toStdString(),
+                  kUnknownMethod)
+            << method;
+    }
+    EXPECT_THAT(log_since_mark(), testing::IsEmpty());
+    // It plays on at its own brightness, and the level is the old one.
+    wire.arrived();
+    for (const Frame& frame : wire.next(3)) {
+        EXPECT_EQ(frame.level(0), 200);
+    }
+    EXPECT_EQ(controller().call_logger(QStringLiteral("getLevel")).arguments().value(0).toInt(), 3);
+    // The zone is still there, or there would be none to remove.
+    controller().stop();
+    EXPECT_TRUE(controller().remove_zone(3));
+}
+
 TEST_F(BusInterfaceTest, MethodsWithoutAResultAnswerWithAnEmptyMessage) {
     start();
     // Each of these expects an answer without arguments.

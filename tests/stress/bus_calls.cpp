@@ -286,13 +286,14 @@ BusCall RandomCalls::wrong(Random& random) const {
         const char* signature;
         bool of_logger = false;
     };
-    // What no argument's type begins with: setOutput() takes a type that the bus does not know.
+    // No signature at all: setOutput() takes a type that the bus does not know.
     constexpr const char* kNothing = "-";
     const std::vector<Method> methods = {
         {"play_playlist", "i"},       {"pause_playlist", "i"},   {"stop_playlist", "i"},
         {"set_brightness", "ii"},     {"set_speed_boost", "ii"}, {"set_unicast_enabled", "b"},
         {"init_zones", "a(iiai)"},    {"add_zone", "(iiai)"},    {"update_zone", "(iiai)"},
-        {"remove_zone", "i"},         {"setLevel", "i", true},   {"useContext", "b", true},
+        {"remove_zone", "i"},         {"remove_all_zones", ""},  {"stop", ""},
+        {"setLevel", "i", true},      {"getLevel", "", true},    {"useContext", "b", true},
         {"setOutput", kNothing, true}};
     const Method& method = random.of(methods);
     const QList<QVariant> arguments = misfit(random, method.signature);

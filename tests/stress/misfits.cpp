@@ -113,6 +113,8 @@ std::vector<Misfit> all_misfits() {
         {"av", {QVariant(QVariantList{1, true})}},
         {"a{sv}", {QVariantMap{{QStringLiteral("id"), 1}}}},
         {"ii", {1, 1}},
+        {"iii", {1, 1, 1}},
+        {"bb", {true, true}},
         {"is", {1, QStringLiteral("1")}},
         {"iu", {1, 1U}},
         {"si", {QStringLiteral("1"), 1}},
@@ -122,7 +124,9 @@ std::vector<Misfit> all_misfits() {
         {"(iiau)", {QVariant::fromValue(UnsignedZone{1, 1, {1}})}},
         {"(isai)", {QVariant::fromValue(NamedZone{1, QStringLiteral("1"), {1}})}},
         {"a(ii)", {QVariant::fromValue(QList<ShortZone>{{1, 1}})}},
+        {"(iiai)i", {QVariant::fromValue(ControlZone{1, 1, {1}}), 1}},
         {"a(iiai)", {QVariant::fromValue(QList<ControlZone>{{1, 1, {1}}})}},
+        {"a(iiai)i", {QVariant::fromValue(QList<ControlZone>{{1, 1, {1}}}), 1}},
     };
 }
 
@@ -132,7 +136,7 @@ QList<QVariant> misfit(model::Random& random, const std::string& signature) {
     static const std::vector<Misfit> all = all_misfits();
     for (;;) {
         const Misfit& drawn = random.of(all);
-        if (!drawn.signature.starts_with(signature)) {
+        if (drawn.signature != signature) {
             return drawn.arguments;
         }
     }

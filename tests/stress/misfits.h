@@ -10,10 +10,7 @@
 
 namespace stress {
 
-/**
- * An argument list, of whatever types the bus can carry, that does not begin as the signature does: what
- * comes behind fitting arguments is the bus library's to judge.
- */
+/// An argument list, of whatever types the bus can carry, with another signature; it may have more than fits.
 [[nodiscard]] QList<QVariant> misfit(model::Random& random, const std::string& signature);
 
 }  // namespace stress
