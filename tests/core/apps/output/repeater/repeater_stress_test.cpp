@@ -30,6 +30,12 @@ constexpr int kPort = 20000;
 
 /// Playlist that is long enough to be stopped while it loads.
 constexpr int kLong = 6;
+/// One without outputs: its frames go to the nodes.
+constexpr int kToNodes = 8;
+/// One whose recording is missing, and one whose recording breaks off within a packet.
+constexpr int kMissing = 9;
+constexpr int kBroken = 10;
+constexpr int kLast = kBroken;
 
 int frames_of(int id) {
     return id == kLong ? 2000 : 3;
@@ -50,12 +56,16 @@ ControlledPlaylist playlist(int id, bool loop) {
 }
 
 std::vector<ControlledPlaylist> small_show() {
-    std::vector<ControlledPlaylist> show = {playlist(1, true),  playlist(2, true), playlist(3, false),
-                                            playlist(4, false), playlist(5, true), playlist(kLong, true),
-                                            playlist(7, true)};
+    std::vector<ControlledPlaylist> show = {
+        playlist(1, true),        playlist(2, true),       playlist(3, false), playlist(4, false),
+        playlist(5, true),        playlist(kLong, true),   playlist(7, true),  playlist(kToNodes, true),
+        playlist(kMissing, true), playlist(kBroken, false)};
+    const auto of = [&show](int id) -> ControlledPlaylist& { return show[static_cast<std::size_t>(id - 1)]; };
     // One that has no packets, and one without an effects file.
-    show[4].effect->looks.clear();
-    show[6].file = model::EffectsFile::Missing;
+    of(5).effect->looks.clear();
+    of(7).file = model::EffectsFile::Missing;
+    of(kToNodes).effect->outputs.clear();
+    of(kMissing).effect->looks.clear();
     return show;
 }
 
@@ -76,9 +86,14 @@ protected:
                     recording.dmx(look.universe, look.levels).frame_delay(std::chrono::milliseconds(2));
                 }
             }
+            if (entry.id == kBroken) {
+                recording.dmx(entry.id, {4, 5, 6});
+                recording.cut_to(recording.size() - 5);
+            }
             show.recording(entry.effect->path, recording.bytes());
         }
         std::filesystem::remove(show.path("playlists/7.json"));
+        std::filesystem::remove(show.path(std::to_string(kMissing) + ".rec"));
         // The lines are another test's.
         capture(ondra::kError - 1);
     }
@@ -90,6 +105,7 @@ protected:
 private:
     std::string call(Random& random, ControlModel& model);
     std::string change_zones(Random& random, ControlModel& model);
+    void announce(Random& random);
 };
 
 std::string RepeaterStressTest::change_zones(Random& random, ControlModel& model) {
@@ -109,9 +125,23 @@ std::string RepeaterStressTest::change_zones(Random& random, ControlModel& model
     }
 }
 
+/// Nodes come and go, some twice, some with a port of 0, between records that are none.
+void RepeaterStressTest::announce(Random& random) {
+    QString message;
+    for (int records = random.between(0, 6); records > 0; --records) {
+        message += random.chance(85) ? QStringLiteral("%1:%2:10.0.0.%3:%4;")
+                                           .arg(random.between(0, 1))
+                                           .arg(random.chance(80) ? kToNodes : random.between(-1, kLast))
+                                           .arg(random.between(1, 9))
+                                           .arg(random.chance(90) ? kPort : 0)
+                                     : QStringLiteral("1:8:too:many:fields;;nonsense;");
+    }
+    RepeaterAccess::update_artnet_node_map(engine(), message);
+}
+
 std::string RepeaterStressTest::call(Random& random, ControlModel& model) {
-    const int id = random.between(0, 7);
-    switch (random.between(0, 11)) {
+    const int id = random.between(0, kLast);
+    switch (random.between(0, 12)) {
         case 0:
         case 1:
         case 2:
@@ -136,6 +166,9 @@ std::string RepeaterStressTest::call(Random& random, ControlModel& model) {
             }
             engine().stop();
             model.stop();
+            return {};
+        case 10:
+            announce(random);
             return {};
         default:
             return change_zones(random, model);
