@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "faults_test.h"
+#include "support/fifo.h"
 
 using namespace integration;
 using namespace std::chrono_literals;
@@ -60,6 +61,51 @@ protected:
     ForwarderSocket wire_;
 };
 
+/// A recording that has come half when something is done to its file: a FIFO, so that the test has it in
+/// hand.
+class FaultsLoadingRecordingTest : public FaultsTest {
+protected:
+    /// Playlist 1 plays the FIFO and then another recording, which is not opened before the FIFO's end.
+    void start_and_load_half() {
+        show().recording("later.rec", one_frame(50).bytes());
+        show().playlist(ShowPlaylist(1)
+                            .loop(false)
+                            .effect(ShowEffect("live.rec").output(wire_.output("1")))
+                            .effect(ShowEffect("later.rec").output(wire_.output("1"))));
+        start_with_beat();
+        const QDBusPendingCall play = call_later(QStringLiteral("play_playlist"), {1});
+        fifo_.open();
+        ASSERT_TRUE(fifo_.write(frames(1, 5)));
+        ASSERT_TRUE(wait_for_answer(play));
+    }
+    void load_the_rest() {
+        ASSERT_TRUE(fifo_.write(frames(6, 8)));
+        fifo_.close();
+    }
+    /// Of all frames that have come since the last time.
+    [[nodiscard]] std::vector<int> levels() {
+        std::vector<int> all;
+        for (const Frame& frame : wire_.arrived()) {
+            all.push_back(frame.level(0));
+        }
+        return all;
+    }
+
+    ForwarderSocket wire_;
+
+private:
+    /// A frame a block, with levels from `first` to `last`.
+    static std::vector<std::uint8_t> frames(std::uint8_t first, std::uint8_t last) {
+        Recording recording;
+        for (std::uint8_t level = first; level <= last; ++level) {
+            recording.dmx(1, {level}).frame_delay(20ms).fill_to(recording.size() / 512 * 512 + 512);
+        }
+        return recording.bytes();
+    }
+
+    Fifo fifo_{show().path("live.rec")};
+};
+
 INSTANTIATE_TEST_SUITE_P(Recordings, FaultsRecordingTest, testing::ValuesIn(kBadRecordings),
                          [](const testing::TestParamInfo<BadRecording>& bad) {
                              return std::string(bad.param.name);
@@ -103,5 +149,40 @@ TEST_P(FaultsRecordingTest, BehindAGoodOneLeavesThatToPlayAndEndsTheLoad) {
     }
     EXPECT_THAT(levels, ElementsAre(1, 2));
     EXPECT_THAT(trouble(), ElementsAre(parse_error_line("bad.rec", GetParam().code)));
+    expect_beat_goes_on();
+}
+
+TEST_F(FaultsLoadingRecordingTest, ReplacedItLoadsToItsEndAndTheNextPlayTakesTheNewOnes) {
+    start_and_load_half();
+    show().recording("new.rec", one_frame(7).bytes()).recording("new_later.rec", one_frame(60).bytes());
+    std::filesystem::rename(show().path("new.rec"), show().path("live.rec"));
+    // Not opened yet, so the new one counts at once.
+    std::filesystem::rename(show().path("new_later.rec"), show().path("later.rec"));
+    expect_beat_goes_on();
+    load_the_rest();
+    ASSERT_TRUE(controller().wait_for_stopped(1));
+    EXPECT_THAT(levels(), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 60));
+
+    controller().stop_playlist(1);
+    EXPECT_TRUE(controller().play(1));
+    ASSERT_TRUE(controller().wait_for_stopped(2));
+    EXPECT_THAT(levels(), ElementsAre(7, 60));
+    EXPECT_EQ(trouble(), Lines{});
+    expect_beat_goes_on();
+}
+
+TEST_F(FaultsLoadingRecordingTest, DeletedItLoadsToItsEndAndTheNextPlayIsRefused) {
+    start_and_load_half();
+    std::filesystem::remove(show().path("live.rec"));
+    expect_beat_goes_on();
+    load_the_rest();
+    ASSERT_TRUE(controller().wait_for_stopped(1));
+    EXPECT_THAT(levels(), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 50));
+    EXPECT_EQ(trouble(), Lines{});
+
+    controller().stop_playlist(1);
+    EXPECT_FALSE(controller().play(1));
+    EXPECT_EQ(trouble(), refused_by_recording("live.rec", 1));
+    expect_not_loaded(1);
     expect_beat_goes_on();
 }
