@@ -46,10 +46,10 @@ progress() {
 # architecture start through the emulator, as far as it and its children see. SYSROOT is where they find their
 # libraries, which then show up behind the machine's own in /usr/lib; empty for programs in a root of their own.
 # The machine stays as it is: the kernel's table of such formats is a private one of the new user namespace, and the
-# mounts are seen in here only. A process-id namespace keeps a mistaken kill() among the command's own processes:
-# emulated programs that start others have been seen to signal everything. All of them end with this one.
+# mounts are seen in here only. A process-id namespace and a session of its own keep a mistaken kill() among the command's
+# own processes: emulated programs that start others have been seen to signal everything. All of them end with this one.
 enter_emulation() {
-    local processor sysroot=$2 steps unshare=(unshare --mount --pid --fork --kill-child --mount-proc)
+    local processor sysroot=$2 steps gate child status=0 unshare=(unshare --mount --pid --fork --kill-child --mount-proc)
     case $1 in
         arm64) processor=aarch64 ;;
         armhf) processor=arm ;;
@@ -58,29 +58,38 @@ enter_emulation() {
     shift 2
     ensure_packages qemu-user-static
     export CUEWRIGHT_EMULATION=yes
+    # The shell has processes in the background ignore the keys' signals, and the command has a right to them.
     steps='
-        mount -t binfmt_misc none /proc/sys/fs/binfmt_misc
+        mount -t binfmt_misc none /proc/sys/fs/binfmt_misc || {
+            echo "error: no private table of executable formats to be had: that takes Linux 6.7 or later, with" \
+                "binfmt_misc; this is $(uname -r)" >&2
+            exit 1
+        }
         cat "/usr/lib/binfmt.d/qemu-$0.conf" > /proc/sys/fs/binfmt_misc/register
         [ -z "$1" ] || mount -t overlay overlay -o "lowerdir=/usr/lib:$1/usr/lib" /usr/lib
         shift
-        exec "$@"'
+        exec setsid --wait env --default-signal=INT,QUIT "$@"'
     if [ "$(id -u)" -ne 0 ]; then
-        exec "${unshare[@]}" --user --map-root-user sh -ec "$steps" "$processor" "$sysroot" "$@"
+        "${unshare[@]}" --user --map-root-user sh -ec "$steps" "$processor" "$sysroot" "$@" &
+        child=$!
+    else
+        # Root has every user to give, which takes somebody outside who writes the map; programs gain the new name
+        # space's rights when they are started with it.
+        gate=$(mktemp -u)
+        mkfifo -m 600 "$gate"
+        unshare --user sh -c 'read -r _ < "$0"; exec "$@"' "$gate" \
+            "${unshare[@]}" sh -ec "$steps" "$processor" "$sysroot" "$@" &
+        child=$!
     fi
-    # Root has every user to give, which takes somebody outside who writes the map; programs gain the new name
-    # space's rights when they are started with it.
-    local gate child status=0
-    gate=$(mktemp -u)
-    mkfifo -m 600 "$gate"
-    unshare --user sh -c 'read -r _ < "$0"; exec "$@"' "$gate" \
-        "${unshare[@]}" sh -ec "$steps" "$processor" "$sysroot" "$@" &
-    child=$!
-    trap 'kill -KILL "$child"; exit 130' INT TERM
-    while [ "$(readlink "/proc/$child/ns/user")" = "$(readlink /proc/self/ns/user)" ]; do sleep 0.01; done
-    echo 0 0 65536 > "/proc/$child/uid_map"
-    echo 0 0 65536 > "/proc/$child/gid_map"
-    echo > "$gate"
-    rm "$gate"
+    # A session of its own hears nothing of the terminal's keys, nor of its end.
+    trap 'kill -KILL "$child"; exit 130' INT TERM HUP
+    if [ "$(id -u)" -eq 0 ]; then
+        while [ "$(readlink "/proc/$child/ns/user")" = "$(readlink /proc/self/ns/user)" ]; do sleep 0.01; done
+        echo 0 0 65536 > "/proc/$child/uid_map"
+        echo 0 0 65536 > "/proc/$child/gid_map"
+        echo > "$gate"
+        rm "$gate"
+    fi
     wait "$child" || status=$?
     exit "$status"
 }
