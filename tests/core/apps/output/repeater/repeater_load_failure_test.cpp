@@ -31,18 +31,20 @@ void start_thread(std::thread* thread, State state, void (*depend)()) {
 }
 
 // Stands between a record and the end of its loader, the first of its parts to go (--wrap). Compilers call
-// either of the destructor's two names.
+// either of the destructor's two names. On 32-bit ARM a destructor gives back its object, elsewhere nobody
+// looks at what these give back.
 void real_end(PlaylistLoader* loader) __asm__("__real__ZN14PlaylistLoaderD1Ev");
-void end_complete(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD1Ev");
-void end_complete(PlaylistLoader* loader) {
+PlaylistLoader* end_complete(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD1Ev");
+PlaylistLoader* end_complete(PlaylistLoader* loader) {
     if (on_record_end) {
         on_record_end();
     }
     real_end(loader);
+    return loader;
 }
-void end_base(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD2Ev");
-void end_base(PlaylistLoader* loader) {
-    end_complete(loader);
+PlaylistLoader* end_base(PlaylistLoader* loader) __asm__("__wrap__ZN14PlaylistLoaderD2Ev");
+PlaylistLoader* end_base(PlaylistLoader* loader) {
+    return end_complete(loader);
 }
 
 namespace {

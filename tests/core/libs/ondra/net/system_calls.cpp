@@ -40,6 +40,7 @@ ssize_t __real_sendto(int descriptor, const void* data, size_t size, int flags, 
 
 int __wrap_socket(int domain, int type, int protocol);
 int __wrap_fcntl(int descriptor, int command, ...);
+int __wrap_fcntl64(int descriptor, int command, ...);
 int __wrap_setsockopt(int descriptor, int level, int name, const void* value, socklen_t length);
 int __wrap_close(int descriptor);
 int __wrap_select(int count, fd_set* read, fd_set* write, fd_set* error, timeval* timeout);
@@ -80,6 +81,15 @@ int __wrap_fcntl(int descriptor, int command, ...) {
         system_calls.flags_written = value;
     }
     return result;
+}
+
+// The same by the name that it has on 32-bit boards.
+int __wrap_fcntl64(int descriptor, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    const int value = va_arg(arguments, int);
+    va_end(arguments);
+    return __wrap_fcntl(descriptor, command, value);
 }
 
 int __wrap_setsockopt(int descriptor, int level, int name, const void* value, socklen_t length) {
