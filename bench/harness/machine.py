@@ -1,5 +1,6 @@
 """The machine: what it is, and how quiet it was while something was measured."""
 
+import contextlib
 import os
 import platform
 import resource
@@ -55,11 +56,13 @@ def thread_seconds(pid, name=None):
     """CPU seconds of a live process's live threads, or of those with a name, to the nanosecond."""
     total = 0
     for task in os.listdir(f"/proc/{pid}/task"):
-        with open(f"/proc/{pid}/task/{task}/comm", encoding="ascii", errors="replace") as file:
-            if name is not None and file.read().strip() != name:
-                continue
-        with open(f"/proc/{pid}/task/{task}/schedstat", encoding="ascii") as file:
-            total += int(file.read().split()[0])
+        # A thread may end while we look, as loaders do.
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+            with open(f"/proc/{pid}/task/{task}/comm", encoding="ascii", errors="replace") as file:
+                if name is not None and file.read().strip() != name:
+                    continue
+            with open(f"/proc/{pid}/task/{task}/schedstat", encoding="ascii") as file:
+                total += int(file.read().split()[0])
     return total * 1e-9
 
 
