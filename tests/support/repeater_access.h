@@ -118,6 +118,10 @@ struct RepeaterAccess {
         return engine.unicast_enabled_ ? "on" : "off";
     }
     static const ondra::ReadWriteLock& lock(const Repeater& engine) { return engine.lock_; }
+    /// Channel `channel` of the packet that the worker rehearsed last. The worker waits in standing time.
+    static int rehearsed_channel(const Repeater& engine, std::size_t channel) {
+        return engine.rehearsed_merge_packet_.packet.at(kDmxHeaderSize + channel);
+    }
 
     // Merged frames.
     static std::size_t merge_packet_count(Repeater& engine) {

@@ -131,6 +131,20 @@ private:
     void take_up_requests() ONDRA_REQUIRES_SHARED(lock_);
     /// The playing record that is due first, the earlier in the list of two; null when nothing plays.
     [[nodiscard]] PlaylistDesc* next_due() ONDRA_REQUIRES_SHARED(lock_);
+    /**
+     * Spins until the record is due, and rehearses shortly before.
+     *
+     * A rehearsal goes the way of a frame up to the send call, on copies: nothing is sent, logged or kept,
+     * and what changes until the frame is due still counts. A worker that only looks at the clock for the 25
+     * ms of a frame finds the memory and the code of the next one gone cold: one frame in a hundred then left
+     * more than 100 us late. Touching the stored packets alone did not help.
+     *
+     * @param packet  scratch
+     */
+    void wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet) ONDRA_REQUIRES_SHARED(lock_);
+    /// Rehearses what is due next of one record, as far as there is time until `last_moment`.
+    void rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, ondra::Clock::time_point last_moment)
+        ONDRA_REQUIRES_SHARED(lock_);
     /// Copies the node map over if it has changed.
     void refresh_node_map();
     /// Sends what is due of one record; true when it has just come to its end.
@@ -138,17 +152,20 @@ private:
         ONDRA_REQUIRES_SHARED(lock_);
 
     // repeater_output.cpp, render worker. Caller holds lock_ as reader.
-    /// Merges and sends one stored packet; true when everything that it tried to send was sent.
+    /// Merges and sends one stored packet; true when everything that it tried to send was sent. In a
+    /// rehearsal merges into a copy and sends nothing.
     [[nodiscard]] bool send_packet(const Playlist& playlist, int index, const Playlist::Packet& packet)
         ONDRA_REQUIRES_SHARED(lock_);
     bool send_to_destinations(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                               std::span<const Address> destinations) ONDRA_REQUIRES_SHARED(lock_);
     bool send_to_nodes(const Playlist& playlist, const Playlist::Packet& packet, int zone)
         ONDRA_REQUIRES_SHARED(lock_);
-    /// The frame of the packet's universe and destination, with the packet written into it.
+    /// The frame of the packet's universe and destination, in a rehearsal a copy of it, with the packet
+    /// written into it.
     MergePacket& merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                        const Address* destination) ONDRA_REQUIRES_SHARED(lock_);
-    /// Hands one frame to the local forwarder. True when the send call reported no error.
+    /// Hands one frame to the local forwarder. True when the send call reported no error, and in a rehearsal,
+    /// which stops short of that call.
     [[nodiscard]] bool send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
                                        const Address& address) const;
 
@@ -188,6 +205,10 @@ private:
     std::unordered_map<std::int64_t, MergePacket> merge_packets_ ONDRA_GUARDED_BY(lock_);
     /// What frames without zones are written into; never owned. Guarded by lock_.
     MergePacket blank_merge_packet_;
+    /// Whether what the render worker does is a rehearsal. Render worker only.
+    bool rehearsing_ = false;
+    /// The copy that a rehearsal writes into; kept so that it reuses its memory. Render worker only.
+    MergePacket rehearsed_merge_packet_;
     /// Destination of broadcast output. Constant once the worker runs.
     Address broadcast_address_;
     /// Destination of unicast output, kept so that its text reuses its memory; text and port only, no binary

@@ -23,6 +23,14 @@ namespace {
 /// Sleep while nothing plays, and step of a playlist whose loader is behind.
 constexpr Clock::duration kIdleInterval = 10ms;
 
+/// How long before a frame is due it is rehearsed: longer than what memory that was not touched for a frame
+/// takes to come, short enough not to be forgotten again.
+constexpr Clock::duration kRehearsalLead = 500us;
+
+/// What stays free between a rehearsal and the due time: a frame must not wait for its own rehearsal, however
+/// many packets it has and however slow the board is.
+constexpr Clock::duration kRehearsalMargin = 50us;
+
 /// Limit of a playlist that is still loading: more packets may come.
 constexpr int kNoLimit = std::numeric_limits<int>::max();
 
@@ -56,7 +64,7 @@ void Repeater::do_render_work() {
             lock_.lock_as_reader();
             continue;
         }
-        ondra::wait_while([due_time = desc->due_time] { return Clock::now() < due_time; });
+        wait_until_due(*desc, packet);
         refresh_node_map();
         if (send_due_packets(*desc, packet)) {
             desc->finished = true;
@@ -85,6 +93,39 @@ PlaylistDesc* Repeater::next_due() {
         }
     }
     return next;
+}
+
+void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet) {
+    const Clock::time_point last_moment = next.due_time - kRehearsalMargin;
+    if (Clock::now() < last_moment) {
+        ondra::wait_while([begin = next.due_time - kRehearsalLead] { return Clock::now() < begin; });
+        rehearse(next, packet, last_moment);
+        // A playlist that follows closely leaves no time for a rehearsal of its own.
+        const Clock::time_point soon = ondra::saturating_add(next.due_time, kRehearsalLead);
+        for (const auto& desc : playlists_) {
+            if (desc.get() != &next && desc->active && !desc->finished && desc->due_time < soon) {
+                rehearse(*desc, packet, last_moment);
+            }
+        }
+    }
+    ondra::wait_while([due_time = next.due_time] { return Clock::now() < due_time; });
+}
+
+void Repeater::rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, Clock::time_point last_moment) {
+    const Playlist& playlist = desc.playlist;
+    int index = desc.position;
+    if (desc.loader.done() && playlist.loop_mode() && index >= playlist.packets_loaded()) {
+        index -= playlist.packets_loaded();
+    }
+    rehearsing_ = true;
+    while (Clock::now() < last_moment && playlist.packet(index, packet)) {
+        static_cast<void>(send_packet(playlist, index, packet));
+        ++index;
+        if (packet.delay >= 1ns) {
+            break;
+        }
+    }
+    rehearsing_ = false;
 }
 
 void Repeater::refresh_node_map() {
