@@ -24,7 +24,8 @@ std::unique_ptr<capture::Source> open_source(std::uint32_t address, std::uint16_
     } catch (const capture::SourceError& error) {
         // Without the advice, which is for who may also watch the wire.
         throw cli::Failure("cannot listen at " + capture::endpoint_text({address, port}) + ": " +
-                           std::generic_category().message(error.reason()));
+                           (error.reason() == 0 ? std::string(error.what())
+                                                : std::generic_category().message(error.reason())));
     }
 }
 

@@ -2,16 +2,14 @@
 // Numbers in sentences.
 
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <string>
 
+#include "cli/wording.h"
+
 namespace inspect {
 
-/// "1 frame", "2 frames".
-[[nodiscard]] inline std::string counted(std::uint64_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
+using cli::counted;
 
 /// "12.5 ms", "3.2 s": a time as a reader would write it.
 [[nodiscard]] inline std::string time_text(std::chrono::nanoseconds time) {

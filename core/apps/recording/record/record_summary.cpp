@@ -7,16 +7,14 @@
 
 #include "artnet/recording_timing.h"
 #include "cli/value_text.h"
+#include "cli/wording.h"
 
 namespace recording {
 
 namespace {
 
+using cli::counted;
 using Json = nlohmann::ordered_json;
-
-std::string counted(std::uint64_t count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
 
 /// What the peers of packets are.
 const char* peers_name(capture::Payload payload) {

@@ -6,16 +6,11 @@
 
 #include "artnet/recording_timing.h"
 #include "cli/value_text.h"
+#include "cli/wording.h"
 
 namespace recording {
 
-namespace {
-
-std::string counted(std::uint64_t count, const char* noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
-}  // namespace
+using cli::counted;
 
 std::string written_text(const WrittenSummary& summary, Counting counting) {
     const bool by_frames = counting == Counting::Frames && summary.frames;
