@@ -1,33 +1,20 @@
 // What the loader makes of recordings: packets, delays, ranges, log lines.
 
-#include "playlist_loader.h"
+#include "playlist_loader_fixture.h"
 
 #include <limits>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "ondra/timing.h"
-#include "support/captured_log.h"
-#include "support/eventually.h"
-#include "support/playlist_access.h"
-#include "support/recording.h"
-#include "support/show_directory.h"
 
 using namespace std::chrono_literals;
 
 namespace {
 
-using Delays = std::vector<long long>;
+using PlaylistLoaderTest = PlaylistLoaderFixture;
 
 constexpr long long kMs = 1'000'000;
-
-Playlist::Effect own_timing(const char* path) {
-    Playlist::Effect effect;
-    effect.path = QString::fromLatin1(path);
-    return effect;
-}
 
 Playlist::Effect fixed_rate(const char* path, int fps, int ppf) {
     Playlist::Effect effect = own_timing(path);
@@ -46,41 +33,6 @@ Recording three_frames() {
     }
     return recording;
 }
-
-class PlaylistLoaderTest : public testing::Test {
-protected:
-    PlaylistLoaderTest() { playlist_.set_root_dir(show_.root()); }
-
-    void load(const std::vector<Playlist::Effect>& effects) {
-        PlaylistAccess::effects(playlist_) = effects;
-        loader_.start(playlist_);
-        loader_.wait_ready();
-        ASSERT_TRUE(eventually([this] { return loader_.done(); }));
-    }
-    void load(const Recording& recording, Playlist::Effect effect) {
-        show_.recording(effect.path.toStdString(), recording.bytes());
-        load({std::move(effect)});
-    }
-    [[nodiscard]] Playlist::Packet packet(int index) const {
-        Playlist::Packet result;
-        EXPECT_TRUE(playlist_.packet(index, result)) << index;
-        return result;
-    }
-    [[nodiscard]] Delays delays() const {
-        Delays result;
-        for (int index = 0; index < playlist_.packets_loaded(); ++index) {
-            result.push_back(packet(index).delay.count());
-        }
-        return result;
-    }
-    [[nodiscard]] std::string path(const char* relative) const { return show_.path(relative); }
-    [[nodiscard]] int loaded_effects() const { return PlaylistAccess::loaded_effects(playlist_); }
-
-    CapturedLog log_;
-    ShowDirectory show_;
-    Playlist playlist_;
-    PlaylistLoader loader_;
-};
 
 TEST_F(PlaylistLoaderTest, APlaylistWithoutEffectsIsReadyAndDoneAtOnce) {
     EXPECT_FALSE(loader_.done());
@@ -298,91 +250,6 @@ TEST_F(PlaylistLoaderTest, EachEffectIsAnnouncedWithItsPath) {
     EXPECT_TRUE(log_.has("[PlaylistLoader::load_effect] Load effect (" + path("a.rec") + ")"));
     EXPECT_TRUE(log_.has("[PlaylistLoader::load_effect] Load effect (" + path("deep/\xC3\xA9.rec") + ")"));
     EXPECT_EQ(playlist_.packets_loaded(), 2);
-}
-
-/// Loads a good effect, then one that fails, then a good one.
-class PlaylistLoaderFailureTest : public PlaylistLoaderTest {
-protected:
-    void load_with_bad_middle() {
-        show_.recording("good.rec", Recording{}.dmx(0, {1}).dmx(0, {1}).bytes());
-        load({own_timing("good.rec"), own_timing("bad.rec"), own_timing("good.rec")});
-    }
-    void expect_error(int code) {
-        EXPECT_TRUE(log_.has("[PlaylistLoader::load_effect] Cue (" + path("bad.rec") + ") parse error (" +
-                             std::to_string(code) + ")"));
-        EXPECT_EQ(log_.lines_starting("[PlaylistLoader::load_effect] Load effect").size(), 2U);
-        EXPECT_EQ(loaded_effects(), 1);
-        EXPECT_TRUE(loader_.done());
-    }
-};
-
-TEST_F(PlaylistLoaderFailureTest, AMissingRecordingEndsTheLoadAndWhatIsStoredStays) {
-    load_with_bad_middle();
-    expect_error(1);
-    EXPECT_EQ(playlist_.packets_loaded(), 2);
-    EXPECT_EQ(PlaylistAccess::effect_end(playlist_), (std::vector<int>{1, -1, -1}));
-}
-
-TEST_F(PlaylistLoaderFailureTest, ATruncatedRecordingKeepsWhatWasStoredButNotThePendingPacket) {
-    // The second packet of 100 channels lacks its last 50: the first is still pending when that shows.
-    show_.recording("bad.rec", Recording{}
-                                   .dmx(7, std::vector<std::uint8_t>(100, 1))
-                                   .dmx(8, std::vector<std::uint8_t>(100, 1))
-                                   .dmx(9, std::vector<std::uint8_t>(100, 1))
-                                   .cut_to(304)
-                                   .bytes());
-    load_with_bad_middle();
-    expect_error(2);
-    ASSERT_EQ(playlist_.packets_loaded(), 3);
-    EXPECT_EQ(packet(2).universe, 7);
-}
-
-TEST_F(PlaylistLoaderFailureTest, ARecordingWithoutAnArtNetPacketIsAnError) {
-    show_.file("bad.rec", "nothing of the kind");
-    load_with_bad_middle();
-    expect_error(3);
-}
-
-TEST_F(PlaylistLoaderFailureTest, AnEmptyRecordingIsAnError) {
-    show_.file("bad.rec", "");
-    load_with_bad_middle();
-    expect_error(3);
-}
-
-TEST_F(PlaylistLoaderFailureTest, ADirectoryIsAnErrorLikeAnyOtherBadRecording) {
-    show_.file("bad.rec/inside", "");
-    load_with_bad_middle();
-    EXPECT_EQ(log_.lines_starting("[PlaylistLoader::load_effect] Cue (" + path("bad.rec") + ") parse error (")
-                  .size(),
-              1U);
-    EXPECT_EQ(playlist_.packets_loaded(), 2);
-    EXPECT_EQ(loaded_effects(), 1);
-}
-
-TEST_F(PlaylistLoaderTest, LoadingAgainStartsFromNothingButKeepsTheRangesOfEffectsThatFailNow) {
-    show_.recording("a.rec", Recording{}.dmx(0, {1}).dmx(0, {1}).bytes());
-    show_.recording("b.rec", Recording{}.dmx(1, {1}).bytes());
-    load({own_timing("a.rec"), own_timing("b.rec")});
-    ASSERT_EQ(PlaylistAccess::effect_end(playlist_), (std::vector<int>{1, 2}));
-    show_.recording("a.rec", Recording{}.dmx(3, {1}).bytes());
-    show_.file("b.rec", "");
-    loader_.start(playlist_);
-    ASSERT_TRUE(eventually([this] { return loader_.done(); }));
-    EXPECT_EQ(playlist_.packets_loaded(), 1);
-    EXPECT_EQ(packet(0).universe, 3);
-    EXPECT_EQ(loaded_effects(), 1);
-    EXPECT_EQ(PlaylistAccess::effect_end(playlist_), (std::vector<int>{0, 2}));
-}
-
-TEST_F(PlaylistLoaderTest, LoadingAgainForgetsThePacketThatAFailureLeftPending) {
-    const std::vector<std::uint8_t> levels(100, 1);
-    // The second packet is whole and pending when the third shows that the file is cut.
-    load(Recording{}.dmx(7, levels).dmx(8, levels).dmx(9, levels).cut_to(304), own_timing("bad.rec"));
-    ASSERT_EQ(playlist_.packets_loaded(), 1);
-    load(Recording{}.dmx(3, {1}).dmx(4, {1}), own_timing("good.rec"));
-    ASSERT_EQ(playlist_.packets_loaded(), 2);
-    EXPECT_EQ(packet(0).universe, 3);
-    EXPECT_EQ(packet(1).universe, 4);
 }
 
 /// At which level a line shows when `recording` is loaded.
