@@ -24,8 +24,7 @@ std::unique_ptr<capture::Source> open_source(std::uint32_t address, std::uint16_
     } catch (const capture::SourceError& error) {
         // Without the advice, which is for who may also watch the wire.
         throw cli::Failure("cannot listen at " + capture::endpoint_text({address, port}) + ": " +
-                           (error.reason() == 0 ? std::string(error.what())
-                                                : std::generic_category().message(error.reason())));
+                           std::generic_category().message(error.reason()));
     }
 }
 

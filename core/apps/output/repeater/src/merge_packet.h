@@ -25,7 +25,8 @@ using ChannelMask = std::array<unsigned char, kChannels>;
  * What goes out for one universe and destination.
  *
  * Per channel, the zone of the highest priority that claims it owns it; only playlists that play into that
- * zone write it. Nothing is compared by value. Frames lie in the Repeater's table or are its blank one.
+ * zone write it. Nothing is compared by value. Frames lie in the Repeater's table, but for its blank
+ * one and the copy that it rehearses with.
  */
 struct MergePacket {
     MergePacket() { owners.fill(kUnowned); }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -132,18 +133,20 @@ private:
     /// The playing record that is due first, the earlier in the list of two; null when nothing plays.
     [[nodiscard]] PlaylistDesc* next_due() ONDRA_REQUIRES_SHARED(lock_);
     /**
-     * Spins until the record is due, and rehearses shortly before.
+     * Spins until the record is due, however long that is: it is the recording that says it. Rehearses
+     * shortly before.
      *
-     * A rehearsal goes the way of a frame up to the send call, on copies: nothing is sent, logged or kept,
-     * and what changes until the frame is due still counts. A worker that only looks at the clock for the 25
-     * ms of a frame finds the memory and the code of the next one gone cold: one frame in a hundred then left
-     * more than 100 us late. Touching the stored packets alone did not help.
+     * A rehearsal goes the way of a frame up to the send call and writes into a copy of the merged frame;
+     * nothing is sent or logged, and what changes until the frame is due still counts. A worker that only
+     * looks at the clock from one frame to the next finds memory and code gone cold when the next one is due:
+     * up to 4 frames of 100 then left more than 100 us late (docs/performance.md). Touching the stored
+     * packets alone did not help.
      *
      * @param packet  scratch
      */
     void wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet) ONDRA_REQUIRES_SHARED(lock_);
-    /// Rehearses what is due next of one record, as far as there is time until `last_moment`.
-    void rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, ondra::Clock::time_point last_moment)
+    /// Rehearses what is due next of one record, as far as there is time until `end`.
+    void rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, ondra::Clock::time_point end)
         ONDRA_REQUIRES_SHARED(lock_);
     /// Copies the node map over if it has changed.
     void refresh_node_map();
@@ -164,8 +167,8 @@ private:
     /// written into it.
     MergePacket& merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                        const Address* destination) ONDRA_REQUIRES_SHARED(lock_);
-    /// Hands one frame to the local forwarder. True when the send call reported no error, and in a rehearsal,
-    /// which stops short of that call.
+    /// Hands one frame to the local forwarder. True when the send call reported no error. A rehearsal stops
+    /// short of that call; it is then whether there is time for more.
     [[nodiscard]] bool send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
                                        const Address& address) const;
 
@@ -205,8 +208,8 @@ private:
     std::unordered_map<std::int64_t, MergePacket> merge_packets_ ONDRA_GUARDED_BY(lock_);
     /// What frames without zones are written into; never owned. Guarded by lock_.
     MergePacket blank_merge_packet_;
-    /// Whether what the render worker does is a rehearsal. Render worker only.
-    bool rehearsing_ = false;
+    /// During a rehearsal, the moment at which it has to end. Render worker only.
+    std::optional<ondra::Clock::time_point> rehearsal_end_;
     /// The copy that a rehearsal writes into; kept so that it reuses its memory. Render worker only.
     MergePacket rehearsed_merge_packet_;
     /// Destination of broadcast output. Constant once the worker runs.

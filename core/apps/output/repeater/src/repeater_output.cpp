@@ -10,6 +10,7 @@
 #include "artnet/forwarding_datagram.h"
 #include "ondra/device_info.h"
 #include "ondra/logger.h"
+#include "ondra/timing.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ const ondra::net::HostAddress& forwarder_address() {
 }  // namespace
 
 bool Repeater::send_packet(const Playlist& playlist, int index, const Playlist::Packet& packet) {
-    if (!rehearsing_) {
+    if (!rehearsal_end_) {
         ONDRA_LOG(ondra::kSendTrace, "[Repeater::send_packet] Send packet (index:%d, bytes:%u, universe:%d)",
                   index, static_cast<unsigned>(packet.data.size()), packet.universe);
     }
@@ -58,10 +59,10 @@ bool Repeater::send_packet(const Playlist& playlist, int index, const Playlist::
 MergePacket& Repeater::merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                              const Address* destination) {
     MergePacket& frame = get_merge_packet(packet.universe, destination);
-    if (rehearsing_) {
+    if (rehearsal_end_) {
         rehearsed_merge_packet_ = frame;
     }
-    MergePacket& merge_packet = rehearsing_ ? rehearsed_merge_packet_ : frame;
+    MergePacket& merge_packet = rehearsal_end_ ? rehearsed_merge_packet_ : frame;
     modify_packet(merge_packet, packet.data, playlist.id(), playlist.get_brightness(), zone);
     return merge_packet;
 }
@@ -99,7 +100,7 @@ bool Repeater::send_to_nodes(const Playlist& playlist, const Playlist::Packet& p
 
 bool Repeater::send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
                                const Address& address) const {
-    if (!rehearsing_) {
+    if (!rehearsal_end_) {
         ONDRA_LOG(ondra::kSendTrace,
                   "[Repeater::send_to_address] Send packet (bytes:%u, address:(%s:%d)), proxy: %s",
                   static_cast<unsigned>(packet.size()), address.ip.c_str(), address.port, kForwarderIp);
@@ -108,10 +109,10 @@ bool Repeater::send_to_address(const std::array<unsigned char, kDmxPacketSize>& 
     artnet::write_forwarding_header(std::span(datagram).first<artnet::kForwardingHeaderSize>(),
                                     ondra::device::manufacturer_id(), address.ip, address.port);
     std::copy(packet.begin(), packet.end(), datagram.begin() + artnet::kForwardingHeaderSize);
-    if (rehearsing_) {
+    if (rehearsal_end_) {
         // Keeps the compiler from leaving out a datagram that nobody gets.
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        return true;
+        return ondra::Clock::now() < *rehearsal_end_;
     }
     // A datagram of characters for the socket: the cast changes no byte.
     return socket_->writeDatagram(reinterpret_cast<const char*>(datagram.data()),

@@ -23,16 +23,31 @@ namespace {
 /// Sleep while nothing plays, and step of a playlist whose loader is behind.
 constexpr Clock::duration kIdleInterval = 10ms;
 
-/// How long before a frame is due it is rehearsed: longer than what memory that was not touched for a frame
-/// takes to come, short enough not to be forgotten again.
+/// How long before a frame is due its rehearsal begins: time for most frames' rehearsal with the pauses that
+/// cold memory makes in it, and short enough that nothing is forgotten again.
 constexpr Clock::duration kRehearsalLead = 500us;
 
-/// What stays free between a rehearsal and the due time: a frame must not wait for its own rehearsal, however
-/// many packets it has and however slow the board is.
+/// What stays free between a rehearsal and the due time. A rehearsal looks at the clock before each datagram,
+/// so that even a slow board is through with what it has begun by then.
 constexpr Clock::duration kRehearsalMargin = 50us;
 
 /// Limit of a playlist that is still loading: more packets may come.
 constexpr int kNoLimit = std::numeric_limits<int>::max();
+
+/// Whether the render worker plays it.
+bool plays(const PlaylistDesc& desc) {
+    return desc.active && !desc.finished;
+}
+
+/// Index of the record's next packet: that of its position, or of its beginning where a loop is at its end.
+int next_packet(const PlaylistDesc& desc) {
+    // The count is the final one only when it is read after done().
+    if (!desc.loader.done() || !desc.playlist.loop_mode()) {
+        return desc.position;
+    }
+    const int count = desc.playlist.packets_loaded();
+    return desc.position >= count ? desc.position - count : desc.position;
+}
 
 /// Text of an errno value; any thread.
 std::string error_text(int error) {
@@ -88,7 +103,7 @@ void Repeater::take_up_requests() {
 PlaylistDesc* Repeater::next_due() {
     PlaylistDesc* next = nullptr;
     for (const auto& desc : playlists_) {
-        if (desc->active && !desc->finished && (next == nullptr || desc->due_time < next->due_time)) {
+        if (plays(*desc) && (next == nullptr || desc->due_time < next->due_time)) {
             next = desc.get();
         }
     }
@@ -100,10 +115,11 @@ void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet
     if (Clock::now() < last_moment) {
         ondra::wait_while([begin = next.due_time - kRehearsalLead] { return Clock::now() < begin; });
         rehearse(next, packet, last_moment);
-        // A playlist that follows closely leaves no time for a rehearsal of its own.
+        // One that follows closely may find no time for a rehearsal of its own. Not while its loader runs:
+        // that may hold the playlist's lock, and `next` must not wait for another playlist's loader.
         const Clock::time_point soon = ondra::saturating_add(next.due_time, kRehearsalLead);
         for (const auto& desc : playlists_) {
-            if (desc.get() != &next && desc->active && !desc->finished && desc->due_time < soon) {
+            if (desc.get() != &next && plays(*desc) && desc->due_time < soon && desc->loader.done()) {
                 rehearse(*desc, packet, last_moment);
             }
         }
@@ -111,21 +127,17 @@ void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet
     ondra::wait_while([due_time = next.due_time] { return Clock::now() < due_time; });
 }
 
-void Repeater::rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, Clock::time_point last_moment) {
-    const Playlist& playlist = desc.playlist;
-    int index = desc.position;
-    if (desc.loader.done() && playlist.loop_mode() && index >= playlist.packets_loaded()) {
-        index -= playlist.packets_loaded();
-    }
-    rehearsing_ = true;
-    while (Clock::now() < last_moment && playlist.packet(index, packet)) {
-        static_cast<void>(send_packet(playlist, index, packet));
+void Repeater::rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, Clock::time_point end) {
+    rehearsal_end_ = end;
+    int index = next_packet(desc);
+    while (Clock::now() < end && desc.playlist.packet(index, packet)) {
+        static_cast<void>(send_packet(desc.playlist, index, packet));
         ++index;
         if (packet.delay >= 1ns) {
             break;
         }
     }
-    rehearsing_ = false;
+    rehearsal_end_.reset();
 }
 
 void Repeater::refresh_node_map() {
@@ -139,12 +151,9 @@ void Repeater::refresh_node_map() {
 bool Repeater::send_due_packets(PlaylistDesc& desc, Playlist::Packet& packet) {
     const Playlist& playlist = desc.playlist;
     int limit = kNoLimit;
-    // The count is the final one only when it is read after done().
     if (desc.loader.done()) {
         limit = playlist.packets_loaded();
-        if (playlist.loop_mode() && desc.position >= limit) {
-            desc.position -= limit;
-        }
+        desc.position = next_packet(desc);
     }
     while (desc.position < limit) {
         if (!playlist.packet(desc.position, packet)) {

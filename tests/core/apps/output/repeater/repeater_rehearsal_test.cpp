@@ -1,6 +1,10 @@
 // The render worker goes through a frame shortly before it is due; nobody may see that it does.
 
+#include <cerrno>
+#include <thread>
+
 #include "render_test.h"
+#include "support/fifo.h"
 
 using namespace std::chrono_literals;
 
@@ -65,14 +69,18 @@ TEST_F(RepeaterRehearsalTest, ItLogsNothing) {
     EXPECT_EQ(log().lines_starting("[Repeater::send_to_address] Send packet").size(), 2U);
 }
 
-TEST_F(RepeaterRehearsalTest, APacketThatWillFailFailsOnce) {
-    show.recording("a.rec", Recording{}.dmx(5, {1}).frame_delay(20ms).dmx(5, {2}).bytes());
-    show.playlist(ShowPlaylist(1).loop(false).effect(ShowEffect("a.rec")));
+TEST_F(RepeaterRehearsalTest, APacketThatFailsFailsOnce) {
+    add(1, Recording{}.dmx(0, {1}).frame_delay(20ms).dmx(0, {2}));
+    FakeUdpSocket::set_verdict(
+        [](const SentDatagram& datagram) { return datagram.channel(0) == 2 ? ENETUNREACH : 0; });
     capture(CapturedLog::kAllLevels);
-    ASSERT_TRUE(engine().play_playlist(1));
-    ASSERT_TRUE(eventually([this] { return flags(1) == "1,0,1"; }));
-    // No node is known for the universe.
-    EXPECT_EQ(log().lines_starting("[Repeater::do_render_work] Can't send packet").size(), 2U);
+    ASSERT_NO_FATAL_FAILURE(begin({1}, 1));
+    ASSERT_NO_FATAL_FAILURE(pass(19700us));
+    ASSERT_EQ(rehearsed(), 2);
+    VirtualClock::advance(300us);
+    ASSERT_TRUE(eventually([] { return FakeUdpSocket::attempts() == 2; }));
+    ASSERT_TRUE(worker_is_waiting());
+    EXPECT_EQ(log().lines_starting("[Repeater::do_render_work] Can't send packet").size(), 1U);
 }
 
 TEST_F(RepeaterRehearsalTest, ItLeavesTheMergedFrameAsItIs) {
@@ -121,23 +129,78 @@ TEST_F(RepeaterRehearsalTest, ANodeThatComesBetweenRehearsalAndDueTimeGetsTheFra
     EXPECT_EQ(FakeUdpSocket::sent()[2].destination(), "192.0.2.11:6454");
 }
 
-TEST_F(RepeaterRehearsalTest, AFrameOfManyPacketsIsNotLateForItsRehearsal) {
-    // Each packet looks at the clock once: 2,000 of them take longer than there is until the due time.
-    Recording recording;
-    recording.dmx(0, {1}).frame_delay(20ms);
-    for (int packet = 0; packet < 2000; ++packet) {
-        recording.dmx(packet, {2});
-    }
-    recording.frame_delay(20ms);
-    add(1, recording);
-    VirtualClock::set_look(1us);
-    ASSERT_NO_FATAL_FAILURE(load_paused({1}));
-    VirtualClock::set_exact(true);
-    RepeaterAccess::request_play(engine(), {1});
+TEST_F(RepeaterRehearsalTest, APlaylistThatIsStillLoadingIsNotRehearsedForAnother) {
+    Fifo fifo(show.path("live.rec"));
+    show.playlist(ShowPlaylist(1).effect(ShowEffect("live.rec").output("0:192.0.2.1:6454")));
+    add(2, Recording{}.dmx(9, {11}).frame_delay(59900us).dmx(9, {12}));
+    ASSERT_NO_FATAL_FAILURE(load_paused({2}));
+    ASSERT_NO_FATAL_FAILURE(hold_idle_worker());
+    std::thread feeder([&fifo] {
+        fifo.open();
+        fifo.write(Recording{}.dmx(0, {1}).frame_delay_ms(60).dmx(0, {2}).dmx(0, {3}).fill_to(512).bytes());
+    });
+    EXPECT_TRUE(engine().play_playlist(1));
+    feeder.join();
+    ASSERT_TRUE(eventually([this] { return RepeaterAccess::packets_loaded(engine(), 1) == 2; }));
+    RepeaterAccess::request_play(engine(), {2});
+    VirtualClock::set_step(0ns);
+    VirtualClock::hold_sleeps(false);
     ASSERT_TRUE(wait_for_sent(2));
-    // The due times count from a few looks before the first datagram.
-    EXPECT_GE(moments(2)[1], 19990us);
-    EXPECT_LE(moments(2)[1], 20010us);
+    // The second playlist's next frame is due, 0.1 ms later that of the first.
+    ASSERT_NO_FATAL_FAILURE(pass(59700us));
+    EXPECT_EQ(rehearsed(), 12);
+    VirtualClock::advance(300us);
+    EXPECT_TRUE(wait_for_sent(4));
+    EXPECT_EQ(levels(4), (std::vector<int>{11, 1, 12, 2}));
+    fifo.close();
+}
+
+/// Each look at the clock takes a microsecond: what is tested here cannot be rehearsed whole.
+class RepeaterLongRehearsalTest : public RepeaterRehearsalTest {
+protected:
+    /// A frame of level 1 and 20 ms later one of `packets` packets of level 2, each sent to `outputs` ports.
+    void play(int packets, int outputs) {
+        Recording recording;
+        recording.dmx(0, {1}).frame_delay(20ms);
+        for (int packet = 0; packet < packets; ++packet) {
+            recording.dmx(packet, {2});
+        }
+        recording.frame_delay(20ms);
+        show.recording("long.rec", recording.bytes());
+        ShowEffect effect("long.rec");
+        for (int output = 0; output < outputs; ++output) {
+            effect.output("*:192.0.2.1:" + std::to_string(6454 + output));
+        }
+        show.playlist(ShowPlaylist(1).effect(effect));
+        VirtualClock::set_look(1us);
+        ASSERT_NO_FATAL_FAILURE(load_paused({1}));
+        VirtualClock::set_exact(true);
+        RepeaterAccess::request_play(engine(), {1});
+    }
+    /// Looks that the second frame began on its due time, which counts from a few looks before the first
+    /// datagram, and went out whole and in order.
+    static void expect_in_time(std::size_t first, int count) {
+        const std::vector<SentDatagram> all = FakeUdpSocket::sent();
+        EXPECT_GE(all.at(first).time - all.front().time, 19990us);
+        EXPECT_LE(all.at(first).time - all.front().time, 20010us);
+        for (int number = 0; number < count; ++number) {
+            const SentDatagram& sent = all.at(first + static_cast<std::size_t>(number));
+            ASSERT_EQ(sent.channel(0), 2);
+            ASSERT_EQ(sent.universe() + sent.port, 6454 + number);
+        }
+    }
+};
+
+TEST_F(RepeaterLongRehearsalTest, AFrameOfManyPacketsIsNotLateForIt) {
+    ASSERT_NO_FATAL_FAILURE(play(2000, 1));
+    ASSERT_TRUE(wait_for_sent(2001));
+    expect_in_time(1, 2000);
+}
+
+TEST_F(RepeaterLongRehearsalTest, APacketForManyDestinationsIsNotLateForIt) {
+    ASSERT_NO_FATAL_FAILURE(play(1, 2000));
+    ASSERT_TRUE(wait_for_sent(4000));
+    expect_in_time(2000, 2000);
 }
 
 }  // namespace
