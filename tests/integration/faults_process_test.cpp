@@ -13,6 +13,7 @@
 
 using namespace integration;
 using namespace std::chrono_literals;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -62,7 +63,35 @@ protected:
         limits.rlim_cur = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + bytes;
         ASSERT_EQ(prlimit(pid, RLIMIT_AS, &limits, nullptr), 0) << std::strerror(errno);
     }
+    void give_all_memory_back() {
+        rlimit limits{};
+        const pid_t pid = service().program().pid();
+        ASSERT_EQ(prlimit(pid, RLIMIT_AS, nullptr, &limits), 0);
+        limits.rlim_cur = limits.rlim_max;
+        ASSERT_EQ(prlimit(pid, RLIMIT_AS, &limits, nullptr), 0) << std::strerror(errno);
+    }
+    /// Tells of that many bytes of nodes, and expects the process to abort over them while the beat plays.
+    void expect_abort_over_nodes(rlim_t left, rlim_t bytes) {
+        start_with_beat(without_core());
+        Discovery discovery(bus().address());
+        std::string message;
+        for (rlim_t node = 0; message.size() < bytes; ++node) {
+            message += "1:5:10." + std::to_string(node / 65536) + "." + std::to_string(node / 256 % 256) +
+                       "." + std::to_string(node % 256) + ":6454;";
+        }
+        leave_memory(left);
+        if (HasFatalFailure()) {
+            return;
+        }
+        discovery.announce(message);
+        const std::optional<int> status = wait_own_end();
+        ASSERT_TRUE(status.has_value());
+        EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGABRT) << *status;
+        EXPECT_THAT(service().output(), HasSubstr(kAborted));
+        expect_beat_was_whole();
+    }
 
+    static constexpr char kAborted[] = "terminate called after throwing an instance of 'std::bad_alloc'";
     static constexpr rlim_t kMebibyte = 1024 * 1024;
     ForwarderSocket wire_;
 };
@@ -164,8 +193,7 @@ TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileARecordingLoadsTheProcessAborts) {
     const std::optional<int> status = wait_own_end();
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGABRT) << *status;
-    EXPECT_THAT(service().output(),
-                HasSubstr("terminate called after throwing an instance of 'std::bad_alloc'"));
+    EXPECT_THAT(service().output(), HasSubstr(kAborted));
     EXPECT_EQ(trouble(), Lines{});
     expect_beat_was_whole();
     // It played until then.
@@ -181,9 +209,51 @@ TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileADescriptionIsReadThePlayIsRefused) 
         return;
     }
     EXPECT_FALSE(controller().play(1));
-    EXPECT_THAT(trouble(), testing::ElementsAre(
-                               "info [Repeater::load_playlist] Failed to load cuelist (err:std::bad_alloc)",
-                               "info [Repeater::play_playlist] Failed to load cuelist"));
+    EXPECT_THAT(trouble(),
+                ElementsAre("info [Repeater::load_playlist] Failed to load cuelist (err:std::bad_alloc)",
+                            "info [Repeater::play_playlist] Failed to load cuelist"));
     expect_not_loaded(1);
     expect_beat_goes_on(20);
+}
+
+TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileANodeMessageIsReadItIsReadOnceThereIsMemoryAgain) {
+    ServiceSettings settings = without_core();
+    // Else the bus library finds room in what its thread's allocator has set aside, for a message that a bus
+    // lets through by default.
+    settings.environment.push_back("MALLOC_ARENA_MAX=1");
+    add_playlist(1, true, Recording{}.dmx(5, {7}).frame_delay(10ms).dmx(5, {8}).fill_to(512), {});
+    start_with_beat(settings);
+    EXPECT_TRUE(controller().play(1));
+    mark_log();
+    Discovery discovery(bus().address());
+    leave_memory(4 * kMebibyte);
+    if (HasFatalFailure()) {
+        return;
+    }
+    discovery.announce(std::string(16 * kMebibyte, 'x') + ";1:5:10.0.0.1:" + std::to_string(wire_.port()));
+    // The bus library's own wait for memory, which Qt tells of at each turn.
+    ASSERT_TRUE(service().wait_for_log("info OUT OF MEM"));
+    const QDBusPendingCall level = ask_level();
+    expect_beat_goes_on(20);
+    EXPECT_FALSE(answered(level));
+    EXPECT_TRUE(wire_.arrived().empty());
+
+    give_all_memory_back();
+    EXPECT_TRUE(wait_for_answer(level));
+    EXPECT_EQ(wire_.next().ip(), "10.0.0.1");
+    expect_beat_goes_on(20);
+    EXPECT_EQ(trouble(), Lines{});
+}
+
+TEST_F(FaultsMemoryTest, WhenMemoryEndsOnceANodeMessageIsReadTheProcessAborts) {
+    // On Qt's thread, which makes a text of it.
+    expect_abort_over_nodes(4 * kMebibyte, 16 * kMebibyte);
+    EXPECT_THAT(trouble(),
+                ElementsAre(HasSubstr("Qt has caught an exception thrown from an event handler.")));
+}
+
+TEST_F(FaultsMemoryTest, WhenMemoryEndsWhileANodeMessageIsTakenOverTheProcessAborts) {
+    // On the main thread, which makes lists of it.
+    expect_abort_over_nodes(72 * kMebibyte, 16 * kMebibyte);
+    EXPECT_EQ(trouble(), Lines{});
 }
