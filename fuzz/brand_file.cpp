@@ -37,7 +37,10 @@ bool run(Input input) {
     static const JsonShape kShape = brand_shape();
     const std::string text = json_text(input, kShape);
     file.write(text);
-    const Brand brand = ondra::device::read_brand_file(QString::fromStdString(file.path()));
+    // Nothing stands for a file that is not there.
+    const std::string path = input.empty() ? std::string(MemoryFile::kDirectory) + "/absent" : file.path();
+    const Brand brand = ondra::device::read_brand_file(QString::fromStdString(path));
+    require(!input.empty() || all_of(brand) == all_of(Brand()), "without a file there are the defaults");
     const std::uint16_t code = ondra::device::parse_brand_code(text);
     // strtoull() reads the same, but also takes white space and a sign.
     const bool digits = !text.empty() && text[0] >= '0' && text[0] <= '9';

@@ -5,6 +5,7 @@
 #include "exceptions.h"
 #include "json_document.h"
 #include "memory_file.h"
+#include "parser_listener.h"
 #include "playlist_parser.h"
 #include "target.h"
 
@@ -22,24 +23,18 @@ JsonShape description_shape() {
                                      {"SpeedBoost", percent}}));
 }
 
-bool run(Input input) {
-    static MemoryFile file;
-    static const JsonShape kShape = description_shape();
-    format_log_lines();
-    file.write(json_text(input, kShape));
-    Playlist playlist;
+/// Empty for a description that is taken, else the message of its refusal.
+std::string parse(const PlaylistParser& parser, const QString& path, bool absent, Playlist& playlist) {
     playlist.set_root_dir(QLatin1String(MemoryFile::kDirectory));
     playlist.set_brightness(55);
     std::string message;
     try {
-        // Nothing stands for a file that is not there.
-        const QString path = QString::fromStdString(input.empty() ? "absent" : file.name());
-        PlaylistParser().parse_desc(kId, path, playlist);
+        parser.parse_desc(kId, path, playlist);
         require(playlist.id() == kId, "the playlist found has the id looked for");
-        return true;
+        return message;
     } catch (const Exceptions::InvalidPath& exception) {
         message = exception.what();
-        require(message == (input.empty() ? "Playlist desc file not found" : "Playlist desc not found"),
+        require(message == (absent ? "Playlist desc file not found" : "Playlist desc not found"),
                 "the message of what is not found");
     } catch (const Exceptions::InvalidFileFormat& exception) {
         message = exception.what();
@@ -48,8 +43,29 @@ bool run(Input input) {
     require(playlist.id() == -1 && playlist.loop_mode() && playlist.get_brightness() == 55 &&
                 playlist.get_speed_boost() == 0,
             "a playlist stays untouched when its description is refused");
+    return message;
+}
+
+bool run(Input input) {
+    static MemoryFile file;
+    static const JsonShape kShape = description_shape();
+    format_log_lines();
+    file.write(json_text(input, kShape));
+    // Nothing stands for a file that is not there.
+    const QString path = QString::fromStdString(input.empty() ? "absent" : file.name());
+    Playlist playlist;
+    const std::string message = parse(PlaylistParser(), path, input.empty(), playlist);
+
+    ParserListener listener;
+    Playlist heard;
+    require(parse(PlaylistParser(listener), path, input.empty(), heard) == message &&
+                heard.loop_mode() == playlist.loop_mode() &&
+                heard.get_brightness() == playlist.get_brightness() &&
+                heard.get_speed_boost() == playlist.get_speed_boost(),
+            "a listener changes nothing");
+    require(listener.rejected() == !message.empty(), "a listener hears of a refusal");
     // Only a list of playlists gets as far as being looked through.
-    return message == "Playlist desc not found";
+    return message.empty() || message == "Playlist desc not found";
 }
 
 std::vector<Seed> seeds() {

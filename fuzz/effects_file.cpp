@@ -1,4 +1,5 @@
 // Fuzz target: the effects file of a playlist.
+#include <algorithm>
 #include <string>
 
 #include <QDir>
@@ -8,6 +9,7 @@
 #include "exceptions.h"
 #include "json_document.h"
 #include "memory_file.h"
+#include "parser_listener.h"
 #include "playlist_parser.h"
 #include "support/playlist_access.h"
 #include "target.h"
@@ -45,6 +47,21 @@ void check_effect(const Playlist::Effect& effect) {
     }
 }
 
+bool same_effect(const Playlist::Effect& one, const Playlist::Effect& other) {
+    const auto same_address = [](const Playlist::Address& a, const Playlist::Address& b) {
+        return a.ip == b.ip && a.port == b.port;
+    };
+    const auto same_outputs = [same_address, &other](const auto& entry) {
+        const auto found = other.outputs.find(entry.first);
+        return found != other.outputs.end() &&
+               std::equal(entry.second.begin(), entry.second.end(), found->second.begin(),
+                          found->second.end(), same_address);
+    };
+    return one.path == other.path && one.fps == other.fps && one.ppf == other.ppf &&
+           one.universes == other.universes && one.outputs.size() == other.outputs.size() &&
+           std::all_of(one.outputs.begin(), one.outputs.end(), same_outputs);
+}
+
 JsonShape effects_shape() {
     const JsonShape output = text_shape({"*:10.0.0.5:6454", "1:10.0.0.6:6454", "32767:1.0.0.0:1024",
                                          "7:255.255.255.255:65535", "1:127.0.0.1:6454", "32768:10.0.0.5:6454",
@@ -60,29 +77,42 @@ JsonShape effects_shape() {
                                      {"name", text_shape({"blue", ""})}}));
 }
 
+/// Whether the file is taken as a whole.
+bool parse(const PlaylistParser& parser, const QString& root, bool absent, Playlist& playlist) {
+    playlist.set_root_dir(root);
+    PlaylistAccess::set_id(playlist, absent ? 4 : 3);
+    try {
+        parser.parse_effects(playlist);
+        return true;
+    } catch (const Exceptions::InvalidFileFormat& exception) {
+        require(std::string(exception.what()) == "Playlist effects file format invalid",
+                "the message of an invalid file");
+    } catch (const Exceptions::InvalidPath& exception) {
+        require(absent && std::string(exception.what()) == "Playlist effects file not found",
+                "the message of a file that is not there");
+    }
+    return false;
+}
+
 bool run(Input input) {
     static DataDirectory data;
     static const JsonShape kShape = effects_shape();
     format_log_lines();
     data.effects.write(json_text(input, kShape));
     Playlist playlist;
-    playlist.set_root_dir(data.directory.path());
     // Nothing stands for a file that is not there.
-    PlaylistAccess::set_id(playlist, input.empty() ? 4 : 3);
-    bool valid = false;
-    try {
-        PlaylistParser().parse_effects(playlist);
-        valid = true;
-    } catch (const Exceptions::InvalidFileFormat& exception) {
-        require(std::string(exception.what()) == "Playlist effects file format invalid",
-                "the message of an invalid file");
-    } catch (const Exceptions::InvalidPath& exception) {
-        require(input.empty() && std::string(exception.what()) == "Playlist effects file not found",
-                "the message of a file that is not there");
-    }
+    const bool valid = parse(PlaylistParser(), data.directory.path(), input.empty(), playlist);
     for (const Playlist::Effect& effect : playlist.effects()) {
         check_effect(effect);
     }
+
+    ParserListener listener;
+    Playlist heard;
+    require(parse(PlaylistParser(listener), data.directory.path(), input.empty(), heard) == valid &&
+                std::equal(heard.effects().begin(), heard.effects().end(), playlist.effects().begin(),
+                           playlist.effects().end(), same_effect),
+            "a listener changes nothing");
+    require(listener.rejected() == !valid, "a listener hears of a refusal");
     return valid || !playlist.effects().empty();
 }
 
