@@ -2,6 +2,7 @@
 // Device facts for tests that link them instead of the real ones.
 
 #include <cstdint>
+#include <functional>
 
 /// What ondra::device says. Set before the engine is built or while its worker is locked out.
 struct FakeDevice {
@@ -11,6 +12,8 @@ struct FakeDevice {
     /// Default values, and no initialisation seen.
     static void reset();
     static void set_manufacturer_id(std::uint16_t code);
+    /// Called whenever the manufacturer's code is asked for, on the thread that asks.
+    static void set_asked(std::function<void()> asked);
     /// Calls of ondra::device::initialize() so far.
     static int initialized();
 };

@@ -17,7 +17,6 @@ constexpr long long kStart = 1'000'000'000;
 
 std::atomic<long long> current{kStart};
 std::atomic<long long> step_size{nanoseconds(VirtualClock::kStep).count()};
-std::atomic<long long> look_time{0};
 std::atomic<int> sleep_count{0};
 std::atomic<long long> last_sleep_microseconds{0};
 std::atomic<long long> turn_count{0};
@@ -51,7 +50,6 @@ void seek_end_of(const std::function<bool()>& predicate) {
 void VirtualClock::reset() {
     current.store(kStart);
     step_size.store(nanoseconds(kStep).count());
-    look_time.store(0);
     sleep_count.store(0);
     last_sleep_microseconds.store(0);
     turn_count.store(0);
@@ -65,10 +63,6 @@ void VirtualClock::set_step(nanoseconds step) {
 
 void VirtualClock::advance(nanoseconds time) {
     current.fetch_add(time.count());
-}
-
-void VirtualClock::set_look(nanoseconds time) {
-    look_time.store(time.count());
 }
 
 ondra::Clock::time_point VirtualClock::now() {
@@ -106,7 +100,6 @@ long long VirtualClock::turns() {
 ondra::Clock::time_point virtual_now() __asm__("__wrap__ZN5ondra5Clock3nowEv");
 ondra::Clock::time_point virtual_now() {
     asked_for_time = true;
-    current.fetch_add(look_time.load());
     return VirtualClock::now();
 }
 

@@ -21,8 +21,6 @@ struct VirtualClock {
     static void advance(std::chrono::nanoseconds time);
     /// A spinning wait for a moment now ends at that very nanosecond, whatever the step, unless time stands.
     static void set_exact(bool exact);
-    /// Each look at the clock takes this long: work that looks at it while it goes on takes time. 0 at first.
-    static void set_look(std::chrono::nanoseconds time);
     static ondra::Clock::time_point now();
 
     /// While held, a usleep() does not return: an idle worker stays idle, outside all locks. One that is just

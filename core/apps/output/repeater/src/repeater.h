@@ -145,7 +145,7 @@ private:
      * @param packet  scratch
      */
     void wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet) ONDRA_REQUIRES_SHARED(lock_);
-    /// Rehearses what is due next of one record, as far as there is time until `end`.
+    /// Rehearses what is due next of one record that is loaded whole, as far as there is time until `end`.
     void rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, ondra::Clock::time_point end)
         ONDRA_REQUIRES_SHARED(lock_);
     /// Copies the node map over if it has changed.
@@ -156,7 +156,7 @@ private:
 
     // repeater_output.cpp, render worker. Caller holds lock_ as reader.
     /// Merges and sends one stored packet; true when everything that it tried to send was sent. In a
-    /// rehearsal merges into a copy and sends nothing.
+    /// rehearsal merges into a copy and sends nothing; the result means nothing then.
     [[nodiscard]] bool send_packet(const Playlist& playlist, int index, const Playlist::Packet& packet)
         ONDRA_REQUIRES_SHARED(lock_);
     bool send_to_destinations(const Playlist& playlist, const Playlist::Packet& packet, int zone,
@@ -168,7 +168,7 @@ private:
     MergePacket& merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                        const Address* destination) ONDRA_REQUIRES_SHARED(lock_);
     /// Hands one frame to the local forwarder. True when the send call reported no error. A rehearsal stops
-    /// short of that call; it is then whether there is time for more.
+    /// short of that call and returns whether there is time for another datagram.
     [[nodiscard]] bool send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
                                        const Address& address) const;
 

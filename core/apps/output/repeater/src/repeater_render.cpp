@@ -115,11 +115,13 @@ void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet
     if (Clock::now() < last_moment) {
         ondra::wait_while([begin = next.due_time - kRehearsalLead] { return Clock::now() < begin; });
         rehearse(next, packet, last_moment);
-        // One that follows closely may find no time for a rehearsal of its own. Not while its loader runs:
-        // that may hold the playlist's lock, and `next` must not wait for another playlist's loader.
+        // One that follows closely may find no time for a rehearsal of its own.
         const Clock::time_point soon = ondra::saturating_add(next.due_time, kRehearsalLead);
         for (const auto& desc : playlists_) {
-            if (desc.get() != &next && plays(*desc) && desc->due_time < soon && desc->loader.done()) {
+            if (Clock::now() >= last_moment) {
+                break;
+            }
+            if (desc.get() != &next && plays(*desc) && desc->due_time < soon) {
                 rehearse(*desc, packet, last_moment);
             }
         }
@@ -128,6 +130,10 @@ void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet
 }
 
 void Repeater::rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, Clock::time_point end) {
+    // A running loader may hold the playlist's lock, and nobody's frame must wait for that before its time.
+    if (!desc.loader.done()) {
+        return;
+    }
     rehearsal_end_ = end;
     int index = next_packet(desc);
     while (Clock::now() < end && desc.playlist.packet(index, packet)) {

@@ -155,7 +155,7 @@ TEST_F(RepeaterRehearsalTest, APlaylistThatIsStillLoadingIsNotRehearsedForAnothe
     fifo.close();
 }
 
-/// Each look at the clock takes a microsecond: what is tested here cannot be rehearsed whole.
+/// Each datagram takes a microsecond to build: what is tested here cannot be rehearsed whole.
 class RepeaterLongRehearsalTest : public RepeaterRehearsalTest {
 protected:
     /// A frame of level 1 and 20 ms later one of `packets` packets of level 2, each sent to `outputs` ports.
@@ -172,13 +172,14 @@ protected:
             effect.output("*:192.0.2.1:" + std::to_string(6454 + output));
         }
         show.playlist(ShowPlaylist(1).effect(effect));
-        VirtualClock::set_look(1us);
+        // Building a datagram asks for the manufacturer's code.
+        FakeDevice::set_asked([] { VirtualClock::advance(1us); });
         ASSERT_NO_FATAL_FAILURE(load_paused({1}));
         VirtualClock::set_exact(true);
         RepeaterAccess::request_play(engine(), {1});
     }
-    /// Looks that the second frame began on its due time, which counts from a few looks before the first
-    /// datagram, and went out whole and in order.
+    /// Looks that the second frame began on its due time, which counts from just before the first datagram,
+    /// and went out whole and in order.
     static void expect_in_time(std::size_t first, int count) {
         const std::vector<SentDatagram> all = FakeUdpSocket::sent();
         EXPECT_GE(all.at(first).time - all.front().time, 19990us);
