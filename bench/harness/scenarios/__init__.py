@@ -1,11 +1,12 @@
 """The scenarios by name, in the order in which they run. Each module has run(bench)."""
 
-from . import burst, control, forwarder, idle, load, pacing, peer, pieces, scale
+from . import burst, control, drift, forwarder, idle, load, pacing, peer, pieces, scale
 
 ALL = {
     "pieces": pieces,
     "burst": burst,
     "pacing": pacing,
+    "drift": drift,
     "load": load,
     "control": control,
     "scale": scale,

@@ -115,9 +115,15 @@ def judge_drift(bench, long_runs):
     for case in long_runs:
         drift = max((abs(value) for value in bench.result.values(case, "drift_ppm")), default=float("nan"))
         if "bare" in case:
-            bench.result.tell(f"pacing, drift, {case}, worst round", ppm=drift)
+            bench.result.tell(f"drift, {case}, worst round", ppm=drift)
         else:
-            bench.result.goal(f"pacing, drift, {case}, worst round", drift, 0.5, unit=" ppm")
+            bench.result.goal(f"drift, {case}, worst round", drift, 0.5, unit=" ppm")
+
+
+def judge_losses(bench):
+    result = bench.result
+    faults = sum(one.get("faults", 0) + one["dropped"] for entry in result.data["cases"].values() for one in entry["rounds"])
+    result.goal(f"{result.data['scenario']}: packets lost, repeated or out of order", faults, 0)
 
 
 def run_scenario(bench):
@@ -146,6 +152,4 @@ def run_scenario(bench):
             )
     judge(bench, counts)
     judge_drift(bench, long_runs)
-    result = bench.result
-    faults = sum(one.get("faults", 0) + one["dropped"] for entry in result.data["cases"].values() for one in entry["rounds"])
-    result.goal("pacing: packets lost, repeated or out of order", faults, 0)
+    judge_losses(bench)
