@@ -18,7 +18,7 @@ def parse():
                                      "results and pictures go to build/bench/results.")
     parser.add_argument("scenario", nargs="*", help=", ".join(ALL) + "; all of them by default")
     parser.add_argument("--rounds", type=int, help="rounds of each case (5, or 1 with --quick)")
-    parser.add_argument("--seconds", type=float, help="length of a run in pacing, idle and peer")
+    parser.add_argument("--seconds", type=float, help="length of a run in pacing, drift, idle and peer")
     parser.add_argument("--quick", action="store_true", help="see that everything works; the figures mean nothing")
     parser.add_argument("--wait", type=float, default=60.0, help="seconds to wait in all for a quiet machine, for each scenario (60)")
     parser.add_argument("--table", action="store_true", help="measure nothing: print the last results as Markdown")
@@ -41,17 +41,17 @@ def run_one(name, options):
     say(f"==> {name}")
     patience = None if options.quick else machine.Patience(options.wait, say)
     result = Result(name, options, machine.describe())
+    forget(name, options)
     clean_scratch()
     started = time.monotonic()
     try:
         ALL[name].run_scenario(Bench(options, result, patience))
     except SkipScenario as reason:
         say(f"  skipped: {reason}")
-        forget(name, options)
         return True
-    except RuntimeError as failure:
-        say(f"  FAILED: {failure}")
-        forget(name, options)
+    # Whatever it is: a program that died shows in many ways, and the other scenarios are still to be measured.
+    except Exception as failure:  # pylint: disable=broad-exception-caught
+        say(f"  FAILED: {failure or type(failure).__name__}")
         return False
     finally:
         Program.end_all()

@@ -18,6 +18,8 @@ FPS = 40
 RECORDED_FRAMES = 80
 PLAYLISTS = 8
 MICROSECONDS = 1e-3
+# By then all recordings are loaded; loaders that share the cores with the worker make first frames late.
+SETTLE_SECONDS = 1.0
 # Frames of all rounds from which on a p99.9 says anything.
 LEAST_FOR_P999 = 10_000
 
@@ -47,9 +49,16 @@ def bare(universes, seconds):
     return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step)
 
 
+def from_frame_at(rows, moment):
+    """The rows of one playlist from the first frame on that begins at `moment` or later."""
+    begins = numpy.flatnonzero((rows["universe"] == 0) & (rows["time"] >= moment))
+    return rows[begins[0]:] if len(begins) else rows[:0]
+
+
 def service(universes, seconds, playlists=1):
+    """Figures from the moment on at which everything is loaded, and the latest first packet before it."""
     show = Show()
-    with Receiver(int(universes * playlists * FPS * (seconds + 5))) as receiver:
+    with Receiver(int(universes * playlists * FPS * (seconds + SETTLE_SECONDS + 5))) as receiver:
         for number in range(1, playlists + 1):
             show.recording(f"{number}.rec", universes, RECORDED_FRAMES, sequence=number)
             zones = {universe: number for universe in range(universes)} if playlists > 1 else None
@@ -59,6 +68,8 @@ def service(universes, seconds, playlists=1):
                 program.zones(playlists, 512)
             for number in range(1, playlists + 1):
                 program.play(number)
+            time.sleep(SETTLE_SECONDS)
+            settled = time.monotonic_ns()
             cpu, begin = thread_seconds(program.pid), time.monotonic()
             time.sleep(seconds)
             cpu, wall = thread_seconds(program.pid) - cpu, time.monotonic() - begin
@@ -66,10 +77,13 @@ def service(universes, seconds, playlists=1):
         rows = receiver.rows()
     show.remove()
     numbers = range(1, playlists + 1)
-    parts = [Frames(rows[rows["sequence"] == number], universes, INTERVAL_NS) for number in numbers]
+    played = [rows[rows["sequence"] == number] for number in numbers]
+    parts = [Frames(from_frame_at(own, settled), universes, INTERVAL_NS) for own in played]
+    loading = max(float(numpy.max(Frames(own, universes, INTERVAL_NS).first_lateness)) for own in played)
     # A service that falls silent half-way must not look like one that is in time.
-    least = int(seconds * FPS) - 2
+    least = int((seconds + SETTLE_SECONDS) * FPS) - 2
     return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step,
+                   while_loading_latest=loading * MICROSECONDS,
                    faults=sum(order_faults(rows, RECORDED_FRAMES, universes, number, INTERVAL_NS, least) for number in numbers))
 
 
