@@ -120,7 +120,7 @@ struct RepeaterAccess {
     static const ondra::ReadWriteLock& lock(const Repeater& engine) { return engine.lock_; }
     /// Channel `channel` of the packet that the worker rehearsed last. The worker waits in standing time.
     static int rehearsed_channel(const Repeater& engine, std::size_t channel) {
-        return engine.rehearsed_merge_packet_.packet.at(kDmxHeaderSize + channel);
+        return engine.rehearsed_packet_.at(kDmxHeaderSize + channel);
     }
 
     // Merged frames.

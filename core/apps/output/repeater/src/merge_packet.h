@@ -15,6 +15,7 @@
 inline constexpr int kChannels = int{kMaxDmxChannels};
 /// A complete ArtDmx packet of 512 channels.
 inline constexpr std::size_t kDmxPacketSize = kDmxHeaderSize + kChannels;
+using DmxPacket = std::array<unsigned char, kDmxPacketSize>;
 /// Owner of a channel that no zone claims.
 inline constexpr int kUnowned = -1;
 
@@ -25,14 +26,13 @@ using ChannelMask = std::array<unsigned char, kChannels>;
  * What goes out for one universe and destination.
  *
  * Per channel, the zone of the highest priority that claims it owns it; only playlists that play into that
- * zone write it. Nothing is compared by value. Frames lie in the Repeater's table, but for its blank
- * one and the copy that it rehearses with.
+ * zone write it. Nothing is compared by value. Frames lie in the Repeater's table, but for its blank one.
  */
 struct MergePacket {
     MergePacket() { owners.fill(kUnowned); }
 
     /// The frame to send: ArtDmx header, then 512 channels.
-    std::array<unsigned char, kDmxPacketSize> packet{};
+    DmxPacket packet{};
     /// Per channel, the highest priority of the zones that claim it, or kUnowned.
     std::array<int, kChannels> owners;
     /// Zone ids, one entry per ownership taken. While empty, every channel is unowned.

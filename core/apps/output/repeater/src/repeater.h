@@ -136,8 +136,8 @@ private:
      * Spins until the record is due, however long that is: it is the recording that says it. Rehearses
      * shortly before.
      *
-     * A rehearsal goes the way of a frame up to the send call and writes into a copy of the merged frame;
-     * nothing is sent or logged, and what changes until the frame is due still counts. A worker that only
+     * A rehearsal goes the way of a frame up to the send call and puts the merged frame back; nothing is sent
+     * or logged, and what changes until the frame is due still counts. A worker that only
      * looks at the clock from one frame to the next finds memory and code gone cold when the next one is due:
      * up to 4 frames of 100 then left more than 100 us late (docs/performance.md). Touching the stored
      * packets alone did not help.
@@ -156,21 +156,20 @@ private:
 
     // repeater_output.cpp, render worker. Caller holds lock_ as reader.
     /// Merges and sends one stored packet; true when everything that it tried to send was sent. In a
-    /// rehearsal merges into a copy and sends nothing; the result means nothing then.
+    /// rehearsal leaves the merged frame as it was and sends nothing; the result means nothing then.
     [[nodiscard]] bool send_packet(const Playlist& playlist, int index, const Playlist::Packet& packet)
         ONDRA_REQUIRES_SHARED(lock_);
     bool send_to_destinations(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                               std::span<const Address> destinations) ONDRA_REQUIRES_SHARED(lock_);
     bool send_to_nodes(const Playlist& playlist, const Playlist::Packet& packet, int zone)
         ONDRA_REQUIRES_SHARED(lock_);
-    /// The frame of the packet's universe and destination, in a rehearsal a copy of it, with the packet
-    /// written into it.
-    MergePacket& merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
-                       const Address* destination) ONDRA_REQUIRES_SHARED(lock_);
+    /// The bytes of the frame of the packet's universe and destination with the packet written into it; in a
+    /// rehearsal a copy of them, and the frame is as before. Valid until the next call.
+    const DmxPacket& merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
+                           const Address* destination) ONDRA_REQUIRES_SHARED(lock_);
     /// Hands one frame to the local forwarder. True when the send call reported no error. A rehearsal stops
     /// short of that call and returns whether there is time for another datagram.
-    [[nodiscard]] bool send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
-                                       const Address& address) const;
+    [[nodiscard]] bool send_to_address(const DmxPacket& packet, const Address& address) const;
 
     /// Made and destroyed by the render worker, which alone uses it.
     std::unique_ptr<ondra::net::UdpSocket> socket_;
@@ -210,8 +209,8 @@ private:
     MergePacket blank_merge_packet_;
     /// During a rehearsal, the moment at which it has to end. Render worker only.
     std::optional<ondra::Clock::time_point> rehearsal_end_;
-    /// The copy that a rehearsal writes into; kept so that it reuses its memory. Render worker only.
-    MergePacket rehearsed_merge_packet_;
+    /// What the last rehearsed datagram would have held. Render worker only.
+    DmxPacket rehearsed_packet_{};
     /// Destination of broadcast output. Constant once the worker runs.
     Address broadcast_address_;
     /// Destination of unicast output, kept so that its text reuses its memory; text and port only, no binary

@@ -53,24 +53,29 @@ bool Repeater::send_packet(const Playlist& playlist, int index, const Playlist::
     if (unicast_enabled_) {
         return send_to_nodes(playlist, packet, zone);
     }
-    return send_to_address(merge(playlist, packet, zone, nullptr).packet, broadcast_address_);
+    return send_to_address(merge(playlist, packet, zone, nullptr), broadcast_address_);
 }
 
-MergePacket& Repeater::merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
-                             const Address* destination) {
+const DmxPacket& Repeater::merge(const Playlist& playlist, const Playlist::Packet& packet, int zone,
+                                 const Address* destination) {
     MergePacket& frame = get_merge_packet(packet.universe, destination);
-    if (rehearsal_end_) {
-        rehearsed_merge_packet_ = frame;
+    if (!rehearsal_end_) {
+        modify_packet(frame, packet.data, playlist.id(), playlist.get_brightness(), zone);
+        return frame.packet;
     }
-    MergePacket& merge_packet = rehearsal_end_ ? rehearsed_merge_packet_ : frame;
-    modify_packet(merge_packet, packet.data, playlist.id(), playlist.get_brightness(), zone);
-    return merge_packet;
+    // The bytes alone are put back: to copy owners and masks as well would take the longer the more zones the
+    // frame has, and the masks that are made here are those of the real packet.
+    const DmxPacket before = frame.packet;
+    modify_packet(frame, packet.data, playlist.id(), playlist.get_brightness(), zone);
+    rehearsed_packet_ = frame.packet;
+    frame.packet = before;
+    return rehearsed_packet_;
 }
 
 bool Repeater::send_to_destinations(const Playlist& playlist, const Playlist::Packet& packet, int zone,
                                     std::span<const Address> destinations) {
     const auto send = [&](const Address& destination) ONDRA_REQUIRES_SHARED(lock_) {
-        return send_to_address(merge(playlist, packet, zone, &destination).packet, destination);
+        return send_to_address(merge(playlist, packet, zone, &destination), destination);
     };
     // The first failure ends the packet: the destinations after it get the next one.
     return !destinations.empty() && std::all_of(destinations.begin(), destinations.end(), send);
@@ -91,15 +96,14 @@ bool Repeater::send_to_nodes(const Playlist& playlist, const Playlist::Packet& p
         }
         node_address_.ip = node.ip;
         node_address_.port = node.port;
-        if (!send_to_address(merge(playlist, packet, zone, nullptr).packet, node_address_)) {
+        if (!send_to_address(merge(playlist, packet, zone, nullptr), node_address_)) {
             return false;
         }
     }
     return true;
 }
 
-bool Repeater::send_to_address(const std::array<unsigned char, kDmxPacketSize>& packet,
-                               const Address& address) const {
+bool Repeater::send_to_address(const DmxPacket& packet, const Address& address) const {
     if (!rehearsal_end_) {
         ONDRA_LOG(ondra::kSendTrace,
                   "[Repeater::send_to_address] Send packet (bytes:%u, address:(%s:%d)), proxy: %s",
