@@ -34,7 +34,8 @@ def figures(parts, cpu_seconds, seconds, **more):
             out[f"{label}_{point}_us"] = value
     out["drift_ppm"] = max((part.drift_ppm() for part in parts), key=abs)
     out["cpu_per_second"] = cpu_seconds / seconds
-    out["first_us"] = [round(float(value) * MICROSECONDS, 2) for value in joined["first_lateness"]]
+    for packet in ("first", "last"):
+        out[f"{packet}_us"] = [round(float(value) * MICROSECONDS, 2) for value in joined[f"{packet}_lateness"]]
     return {**out, **more}
 
 
@@ -99,7 +100,8 @@ def judge(bench, counts):
     for universes in counts:
         case, reference = f"{universes} universes", f"{universes} universes, bare loop"
         merged = f"{universes} universes, {PLAYLISTS} playlists"
-        ours = {figure: result.median(case, figure) for figure in result.data["cases"][case]["rounds"][0] if figure.endswith("_us") and figure != "first_us"}
+        ours = {figure: result.median(case, figure) for figure, value in result.data["cases"][case]["rounds"][0].items()
+                if figure.endswith("_us") and not isinstance(value, list)}
         bare_one = {figure: result.median(reference, figure) for figure in ours}
         if universes in (10, 16):
             result.goal(f"pacing, {universes} universes: p99 interval deviation, times the bare loop's",
@@ -119,7 +121,8 @@ def judge(bench, counts):
                     for packet in ("first", "last") for point in ("p50", "p99", "max")}
             told["interval p99"] = result.median(name, "deviation_p99_us")
             if frames >= LEAST_FOR_P999:
-                told["first p99.9 of all rounds"] = float(numpy.quantile(numpy.concatenate(result.values(name, "first_us")), 0.999))
+                for packet in ("first", "last"):
+                    told[f"{packet} p99.9 of all rounds"] = float(numpy.quantile(numpy.concatenate(result.values(name, f"{packet}_us")), 0.999))
             told["CPU seconds a second"] = result.median(name, "cpu_per_second")
             result.tell(f"pacing, {name}, {frames} frames: µs late", **told)
 
