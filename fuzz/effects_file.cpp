@@ -131,6 +131,7 @@ std::vector<Seed> seeds() {
             {"id": 1.9, "zone": -1e99}, {"id": 1, "zone": 4}]}])"},
         {"order", R"([{"path": "a", "fps": 1, "outputs": [], "sort": 2}, 7, null,
             {"path": "b", "fps": 1, "outputs": [], "sort": 1, "name": ["b"]}])"},
+        {"doubled_key", R"([{"path": "a", "fps": 1, "outputs": ["1:10.0.0.5:6454"], "outputs": []}])"},
     });
     seeds.insert(seeds.end(), own.begin(), own.end());
     return seeds;

@@ -10,6 +10,7 @@
 
 #include "artnet/forwarding_datagram.h"
 #include "endpoint.h"
+#include "outlet_rule.h"
 #include "rewrite.h"
 #include "target.h"
 #include "watch_statistics.h"
@@ -121,10 +122,12 @@ void follow(Input datagram, const artnet::ForwardingTarget& target) {
                                    : target.address),
             "the first rule counts");
 
+    const Input packet = datagram.subspan(artnet::kForwardingHeaderSize);
+    // The manufacturer's code, which the forwarder leaves alone, chooses the options and sets the times.
+    require_outlet_follows_its_options(packet, datagram[2]);
     forwarder::DmxFrame frame;
-    if (forwarder::read_dmx(datagram.subspan(artnet::kForwardingHeaderSize), frame)) {
+    if (forwarder::read_dmx(packet, frame)) {
         require(frame.levels.size() <= 512 && frame.universe <= 0xFFFF, "a frame is one of a universe");
-        // The manufacturer's code, which the forwarder leaves alone, sets the times.
         const std::chrono::microseconds gap(datagram[0] | datagram[1] << 8 | datagram[2] << 16);
         watch(endpoint, frame, gap, std::chrono::milliseconds(10 * datagram[3]));
     }
@@ -243,6 +246,15 @@ std::vector<Seed> seeds() {
         with_choice("idle", kValidHeader, "\x40\x42\x0F\xFF" + to_node.substr(4) + one_level),
         with_choice("beyond_the_window", kValidHeader, "\xFF\xFF\xFF\xFF" + to_node.substr(4) + one_level),
         with_choice("zeros", kValidHeader, ""),
+        // The third byte: with all options, an even and an odd Length and one of 0.
+        with_choice("all_options", kValidHeader,
+                    std::string("\0\0\x1F\0", 4) + to_node.substr(4) + one_level),
+        with_choice("all_options_odd", kValidHeader,
+                    std::string("\0\0\x1F\0", 4) + to_node.substr(4) +
+                        std::string("\0\x50\0\x0E\1\0\5\0\0\3\1\2\3", 13)),
+        with_choice(
+            "all_options_no_channel", kValidHeader,
+            std::string("\0\0\x1F\0", 4) + to_node.substr(4) + std::string("\0\x50\0\x0E\1\0\5\0\0\0", 10)),
     };
 }
 
@@ -253,7 +265,9 @@ Target forwarder_datagram() {
             "identifier=\"Art-Net\\x00\"\ndmx=\"Art-Net\\x00\\x00\\x50\"\naddress=\"192.0.2.5\\x00\"\n"
             "port=\"\\x36\\x19\\x00\\x00\"\nfull=\"\\x02\\x00\"\n",
             "core/libs/artnet/forwarding_datagram.cpp core/apps/output/forwarder/src/watch_statistics.cpp "
-            "core/apps/output/forwarder/src/endpoint.cpp core/apps/output/forwarder/src/rewrite.cpp",
+            "core/apps/output/forwarder/src/endpoint.cpp core/apps/output/forwarder/src/rewrite.cpp "
+            "core/apps/output/forwarder/src/trim.cpp core/apps/output/forwarder/src/keep_alive.cpp "
+            "core/apps/output/forwarder/src/sequence_rewriter.cpp",
             // The rules come from the command line.
             "parse_rewrite|mask_of"};
 }
