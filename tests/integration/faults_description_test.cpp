@@ -23,12 +23,16 @@ struct BadText {
     const char* error;
 };
 
-std::string to_utf16(const std::string& text) {
-    std::string result = "\xFF\xFE";
+std::string to_utf16_without_mark(const std::string& text) {
+    std::string result;
     for (const char c : text) {
         result += {c, '\0'};
     }
     return result;
+}
+
+std::string to_utf16(const std::string& text) {
+    return "\xFF\xFE" + to_utf16_without_mark(text);
 }
 
 /// Arrays within arrays.
@@ -43,6 +47,7 @@ const BadText kBadTexts[] = {
      "unterminated array"},
     {"Zeros", [](const std::string& good) { return std::string(good.size(), '\0'); }, "illegal value"},
     {"Utf16", to_utf16, "illegal value"},
+    {"Utf16WithoutMark", to_utf16_without_mark, "illegal number"},
     {"Latin1", [](const std::string& good) { return "[\"\xFC\"," + good.substr(1); }, "invalid UTF8 string"},
     {"NestedTooDeep", [](const std::string& good) { return "[" + nested(100'000) + "," + good.substr(1); },
      "too deeply nested document"},
@@ -154,6 +159,25 @@ TEST_F(FaultsDescriptionTest, AByteOrderMarkIsSkipped) {
     show().file(kList, kMark + list_).file(kEffects, kMark + effects_);
     expect_plays();
     expect_beat_goes_on();
+}
+
+TEST_F(FaultsDescriptionTest, OfAKeyThatStandsTwiceTheLaterValueCounts) {
+    add_show();
+    show().file(kList, "[{\"Id\":2,\"Loop\":true," + list_.substr(2));
+    show().file(kEffects, "[{\"path\":\"2.rec\",\"outputs\":[]," + effects_.substr(2));
+    expect_plays();
+    expect_beat_goes_on();
+}
+
+TEST_F(FaultsDescriptionTest, WrongTypesRefuseThePlayUntilTheyAreMended) {
+    add_show();
+    show().file(kList, "{}");
+    expect_refused("parse_desc", "Playlists not found", "Playlist desc file format invalid");
+    show().file(kList, list_).file(kEffects, "[{\"path\":1,\"fps\":-1,\"outputs\":[]}]");
+    expect_refused("parse_effects", "Field 'path' absent", "Playlist effects file format invalid");
+    expect_beat_goes_on();
+    show().file(kEffects, effects_);
+    expect_plays();
 }
 
 TEST_F(FaultsDescriptionTest, LevelsThatNobodyLooksAtAreTakenUpTo1024) {

@@ -103,6 +103,34 @@ TEST_F(FaultsFifoTest, WithoutAWriterThePlayAndAllCallsBehindItWaitUntilOneComes
     expect_beat_goes_on();
 }
 
+TEST_F(FaultsFifoTest, WithoutAWriterNodeMessagesWaitTooAndNoCallIsTakenBack) {
+    Fifo fifo(show().path("live.rec"));
+    add_recording_later("live.rec");
+    ForwarderSocket later_wire;
+    add_playlist(2, true, Recording{}.dmx(1, {7}).frame_delay(10ms).dmx(1, {8}).fill_to(512),
+                 {later_wire.output("1")});
+    ForwarderSocket node_wire;
+    add_playlist(3, true, Recording{}.dmx(5, {7}).frame_delay(10ms).dmx(5, {8}).fill_to(512), {});
+    start_with_beat();
+    Discovery discovery(bus().address());
+    EXPECT_TRUE(controller().play(3));
+    const QDBusPendingCall play = play_later();
+    ASSERT_TRUE(service().wait_for_log(loading("live.rec")));
+    const QDBusPendingCall given_up = call_impatiently(QStringLiteral("play_playlist"), {2});
+    discovery.announce("1:5:10.0.0.1:" + std::to_string(node_wire.port()));
+    ASSERT_TRUE(wait_until([&given_up] { return !answered(given_up) && given_up.isFinished(); }));
+    expect_beat_goes_on(20);
+    EXPECT_TRUE(later_wire.arrived().empty());
+    EXPECT_TRUE(node_wire.arrived().empty());
+
+    fifo.open();
+    fifo.close();
+    ASSERT_TRUE(wait_for_answer(play));
+    EXPECT_EQ(later_wire.next().universe(), 1) << "its caller had gone, the call had not";
+    EXPECT_EQ(node_wire.next().ip(), "10.0.0.1");
+    expect_beat_goes_on();
+}
+
 TEST_F(FaultsFifoTest, ASlowWriterHoldsUpItsOwnPlaylistAndItsStopOnly) {
     Fifo fifo(show().path("live.rec"));
     add_recording_later("live.rec");

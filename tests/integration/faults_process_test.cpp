@@ -101,7 +101,17 @@ protected:
 TEST_F(FaultsBusTest, WhenTheBusIsKilledTheShowPlaysOnUnreachable) {
     ForwarderSocket wire;
     add_playlist(1, false, numbered_frames(1, 50), {wire.output("1")});
+    // One whose end the test has in hand.
+    ForwarderSocket ending_wire;
+    Fifo ending(show().path("ending.rec"));
+    show().playlist(
+        ShowPlaylist(2).loop(false).effect(ShowEffect("ending.rec").output(ending_wire.output("1"))));
     start_with_beat();
+    const QDBusPendingCall play = call_later(QStringLiteral("play_playlist"), {2});
+    ending.open();
+    constexpr int kEndingFrames = 5;
+    ASSERT_TRUE(ending.write(numbered_frames(1, kEndingFrames).bytes()));
+    ASSERT_TRUE(wait_for_answer(play));
     EXPECT_TRUE(controller().play(1));
     mark_log();
     EXPECT_EQ(mark_of(wire.next()), 0);
@@ -116,8 +126,13 @@ TEST_F(FaultsBusTest, WhenTheBusIsKilledTheShowPlaysOnUnreachable) {
     ASSERT_TRUE(again.running());
     Controller other(again.address());
     EXPECT_EQ(other.call_engine(QStringLiteral("stop")).type(), QDBusMessage::ErrorMessage);
+    ending.close();
+    for (int frame = 0; frame < kEndingFrames; ++frame) {
+        EXPECT_EQ(mark_of(ending_wire.next()), frame);
+    }
     expect_beat_goes_on(20);
-    EXPECT_THAT(other.stopped(), IsEmpty());
+    EXPECT_THAT(other.stopped(), IsEmpty()) << "an end is not signalled there";
+    EXPECT_EQ(other.call_engine(QStringLiteral("stop")).type(), QDBusMessage::ErrorMessage);
     EXPECT_TRUE(service().program().running());
     EXPECT_EQ(log_since_mark(), Lines{});
 }

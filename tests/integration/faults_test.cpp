@@ -15,6 +15,8 @@ namespace {
 
 /// Longer than any test runs.
 constexpr int kNoTimeOut = 600'000;
+constexpr int kShortTimeOut = 50;
+constexpr char kEngine[] = "com.torvexserver.Cuewright";
 /// What nobody would call playing on, with room for a machine that serves others first.
 constexpr std::chrono::seconds kStandstill{kSanitized ? 5 : 1};
 
@@ -43,19 +45,23 @@ void FaultsTest::expect_beat_was_whole() {
 }
 
 QDBusPendingCall FaultsTest::call_later(const QString& method, const QList<QVariant>& arguments) {
-    return send(QStringLiteral("/"), QStringLiteral("com.torvexserver.Cuewright"), method, arguments);
+    return send(QStringLiteral("/"), QString::fromLatin1(kEngine), method, arguments, kNoTimeOut);
+}
+
+QDBusPendingCall FaultsTest::call_impatiently(const QString& method, const QList<QVariant>& arguments) {
+    return send(QStringLiteral("/"), QString::fromLatin1(kEngine), method, arguments, kShortTimeOut);
 }
 
 QDBusPendingCall FaultsTest::ask_level() {
-    return send(QStringLiteral("/logger"), QString(), QStringLiteral("getLevel"), {});
+    return send(QStringLiteral("/logger"), QString(), QStringLiteral("getLevel"), {}, kNoTimeOut);
 }
 
 QDBusPendingCall FaultsTest::send(const QString& path, const QString& interface, const QString& method,
-                                  const QList<QVariant>& arguments) {
+                                  const QList<QVariant>& arguments, int time_out) {
     QDBusMessage message =
-        QDBusMessage::createMethodCall(QStringLiteral("com.torvexserver.Cuewright"), path, interface, method);
+        QDBusMessage::createMethodCall(QString::fromLatin1(kEngine), path, interface, method);
     message.setArguments(arguments);
-    return later_->bus().asyncCall(message, kNoTimeOut);
+    return later_->bus().asyncCall(message, time_out);
 }
 
 bool FaultsTest::answered(const QDBusPendingCall& call) {

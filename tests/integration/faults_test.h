@@ -38,6 +38,8 @@ protected:
 
     /// A call of the engine whose answer may take long; a caller of its own, so that others can be made.
     [[nodiscard]] QDBusPendingCall call_later(const QString& method, const QList<QVariant>& arguments);
+    /// The same by a caller who soon waits no longer.
+    [[nodiscard]] QDBusPendingCall call_impatiently(const QString& method, const QList<QVariant>& arguments);
     /// A call of the logger, as above.
     [[nodiscard]] QDBusPendingCall ask_level();
     /// Whether the answer is here; false also when it is an error.
@@ -57,8 +59,9 @@ protected:
     void expect_not_loaded(int id);
 
 private:
+    /// @param time_out  of the caller, in milliseconds
     [[nodiscard]] QDBusPendingCall send(const QString& path, const QString& interface, const QString& method,
-                                        const QList<QVariant>& arguments);
+                                        const QList<QVariant>& arguments, int time_out);
 
     Beat beat_;
     std::chrono::nanoseconds allowed_{0};

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <syslog.h>
 
+#include "beat.h"
 #include "cuewright/version.h"
 #include "service_test.h"
 
@@ -145,10 +146,16 @@ TEST_F(StartUpTest, AnUnreachableBusIsNamedWithTheWayToStartOne) {
 }
 
 TEST_F(StartUpTest, ASecondInstanceEndsWithAnEmptyTextAndALineFeedAndTheFirstRunsOn) {
+    const Beat beat;
+    add_playlist(Beat::kPlaylist, true, Beat::recording(), {beat.output()});
     start();
+    ASSERT_TRUE(controller().play(Beat::kPlaylist));
+    ASSERT_TRUE(beat.wait_for_more(1));
     const Lines lines = failed_start(with({"DBUS_SESSION_BUS_ADDRESS=" + bus().address()}));
     EXPECT_THAT(without_worker(lines), ElementsAre(kVersionLine, kLevelLine, "err main.cpp \n"));
-    EXPECT_TRUE(controller().remove_all_zones());
+    EXPECT_TRUE(beat.wait_for_more(10)) << "what the first one plays plays on";
+    EXPECT_EQ(beat.first_gap(), "");
+    EXPECT_TRUE(controller().pause(Beat::kPlaylist));
 }
 
 TEST_F(StartUpTest, ANameThatTheBusDeniesIsReportedInTheBusesWords) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "merge_model.h"
@@ -38,6 +39,8 @@ struct Mix {
     int refused = 0;
     int broadcast = 0;
     int unicast_nodes = 0;
+    int started_beside = 0;
+    int stopped_beside = 0;
     long long datagrams = 0;
 
     void print(std::uint64_t scenarios, double seconds) const;
@@ -65,6 +68,8 @@ void Mix::print(std::uint64_t scenarios, double seconds) const {
     line("refused datagrams", refused);
     line("broadcast", broadcast);
     line("discovered nodes", unicast_nodes);
+    line("playlists that start while others play", started_beside);
+    line("playlists that stop while others play on and send", stopped_beside);
 }
 
 void Mix::expect_all(std::uint64_t scenarios) const {
@@ -84,6 +89,8 @@ void Mix::expect_all(std::uint64_t scenarios) const {
     EXPECT_GT(percent(refused), 15U);
     EXPECT_GT(percent(broadcast), 5U);
     EXPECT_GT(percent(unicast_nodes), 40U);
+    EXPECT_GT(percent(started_beside), 50U);
+    EXPECT_GT(percent(stopped_beside), 50U);
 }
 
 Playlist::Address address_of(const model::Destination& destination) {
@@ -156,6 +163,12 @@ private:
     bool refused_ = false;
     bool broadcast_ = false;
     bool nodes_ = false;
+    /// Places of the playlists that play.
+    std::set<std::size_t> playing_;
+    bool started_beside_ = false;
+    /// Those that played when another stopped and still do; the next packet of one of them makes it count.
+    std::set<std::size_t> bereft_;
+    bool stopped_beside_ = false;
 };
 
 Comparison::Comparison(Repeater& engine, const MergeScenario& scenario, Mix& mix)
@@ -199,10 +212,17 @@ std::string Comparison::play(const MergeScenario::Step& step) {
         case Kind::Start:
             RepeaterAccess::add_owner(engine_, *playlists_[place]);
             model_.take(scenario_.playlists[place]);
+            started_beside_ = started_beside_ || !playing_.empty();
+            playing_.insert(place);
             break;
         case Kind::Stop:
             RepeaterAccess::remove_owner(engine_, *playlists_[place]);
             model_.give_back(scenario_.playlists[place]);
+            bereft_.erase(place);
+            // Some stops are of a playlist that does not play.
+            if (playing_.erase(place) > 0) {
+                bereft_ = playing_;
+            }
             break;
         case Kind::Brightness:
             playlists_[place]->set_brightness(step.value);
@@ -226,6 +246,7 @@ std::string Comparison::send(const MergeScenario::Step& step) {
     const auto place = static_cast<std::size_t>(step.playlist);
     const model::Playlist& playlist = scenario_.playlists[place];
     const model::Packet& packet = playlist.packets[static_cast<std::size_t>(step.value)];
+    stopped_beside_ = stopped_beside_ || bereft_.contains(place);
     int number = 0;
     FakeUdpSocket::set_verdict(
         [&number, &step](const SentDatagram&) { return number++ == step.refused ? ENOBUFS : 0; });
@@ -320,6 +341,8 @@ void Comparison::count_mix() {
     add(mix_.refused, refused_);
     add(mix_.broadcast, broadcast_);
     add(mix_.unicast_nodes, nodes_);
+    add(mix_.started_beside, started_beside_);
+    add(mix_.stopped_beside, stopped_beside_);
     mix_.datagrams += static_cast<long long>(expected_.size());
 }
 

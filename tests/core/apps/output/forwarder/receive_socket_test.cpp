@@ -77,6 +77,10 @@ TEST(ReceiveSocketTest, OpenSocketReceivesOnTheLoopbackAddress) {
     EXPECT_TRUE(tests::UdpPeer().send(port, {1, 2, 3}));
     pollfd wait{socket.descriptor(), POLLIN, 0};
     EXPECT_EQ(poll(&wait, 1, 60'000), 1);
+    sockaddr_in bound{};
+    socklen_t size = sizeof bound;
+    ASSERT_EQ(getsockname(socket.descriptor(), reinterpret_cast<sockaddr*>(&bound), &size), 0);
+    EXPECT_EQ(ntohl(bound.sin_addr.s_addr), INADDR_LOOPBACK) << "nobody from elsewhere reaches it";
 }
 
 TEST(ReceiveSocketTest, SecondSocketOnThePortIsRefusedAlthoughBothReuseAddresses) {

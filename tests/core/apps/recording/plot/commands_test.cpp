@@ -231,10 +231,9 @@ TEST_F(RecordingCommandsTest, APictureAppearsWholeOrNotAtAll) {
                   "cuewright-recording: " + path(name) + ": File exists (--force replaces it)\n");
         EXPECT_EQ(content(), "another");
         // No room for it, as on a full disk.
-        tests::ChildProgram full(
-            {"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" plot --force \"$1\" \"$2\"",
-             CUEWRIGHT_RECORDING, show, path(name)},
-            {"ASAN_OPTIONS=detect_leaks=0"});
+        tests::ChildProgram full({"/bin/sh", "-c",
+                                  "trap '' XFSZ; ulimit -f 1; exec \"$0\" plot --force \"$1\" \"$2\"",
+                                  CUEWRIGHT_RECORDING, show, path(name)});
         EXPECT_EQ(full.wait_exit(), 1);
         EXPECT_EQ(full.error_output(), "cuewright-recording: " + path(name) + ": File too large\n");
         EXPECT_EQ(content(), "another");
