@@ -3,6 +3,7 @@
 import argparse
 import sys
 import time
+import traceback
 
 from . import machine, paths, pictures
 from .bench import Bench
@@ -51,7 +52,9 @@ def run_one(name, options):
         return True
     # Whatever it is: a program that died shows in many ways, and the other scenarios are still to be measured.
     except Exception as failure:  # pylint: disable=broad-exception-caught
-        say(f"  FAILED: {failure or type(failure).__name__}")
+        say(f"  FAILED: {failure}")
+        if not isinstance(failure, RuntimeError):
+            traceback.print_exc()
         return False
     finally:
         Program.end_all()

@@ -56,6 +56,12 @@ def from_frame_at(rows, moment):
     return rows[begins[0]:] if len(begins) else rows[:0]
 
 
+def latest_before(frames, moment):
+    """The latest first packet, against the grid of all frames, of those that were sent before `moment`."""
+    early = frames.first_lateness[frames.first < moment]
+    return float(numpy.max(early)) if len(early) else 0.0
+
+
 def service(universes, seconds, playlists=1):
     """Figures from the moment on at which everything is loaded, and the latest first packet before it."""
     show = Show()
@@ -80,7 +86,7 @@ def service(universes, seconds, playlists=1):
     numbers = range(1, playlists + 1)
     played = [rows[rows["sequence"] == number] for number in numbers]
     parts = [Frames(from_frame_at(own, settled), universes, INTERVAL_NS) for own in played]
-    loading = max(float(numpy.max(Frames(own, universes, INTERVAL_NS).first_lateness)) for own in played)
+    loading = max(latest_before(Frames(own, universes, INTERVAL_NS), settled) for own in played)
     # A service that falls silent half-way must not look like one that is in time.
     least = int((seconds + SETTLE_SECONDS) * FPS) - 2
     return figures(parts, cpu, wall, dropped=receiver.dropped, clock_step_ns=receiver.clock_step,
