@@ -1,11 +1,14 @@
 #pragma once
 // What the service's own loader makes of a recording. For tests that link core::repeater.
 
+#include <cstdint>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <QThread>
 
+#include "artnet/artnet_parser.h"
 #include "playlist_loader.h"
 #include "support/eventually.h"
 #include "support/playlist_access.h"
@@ -32,6 +35,16 @@ inline std::vector<Playlist::Packet> load_recording(const std::string& path) {
             static_cast<void>(playlist.packet(static_cast<int>(i), packets[i]));
         }
     }
+    return packets;
+}
+
+/// ArtDmx packets in the file, which may be growing; 0 where it is not there.
+inline std::uint64_t packets_in(const std::string& path) {
+    ArtNetParser parser;
+    std::uint64_t packets = 0;
+    parser.on_artdmx = [&](ArtDmx&) { ++packets; };
+    std::error_code error;
+    parser.parse(path.c_str(), error);
     return packets;
 }
 

@@ -99,13 +99,14 @@ void FrameWriter::write_until_finished() {
             note_written(frame.bytes.size());
             unsynced = true;
         }
-        if (unsynced && (last || Clock::now() >= next_sync)) {
+        if (last) {
+            file_.finish();
+            return;
+        }
+        if (unsynced && Clock::now() >= next_sync) {
             file_.sync();
             unsynced = false;
             next_sync = Clock::now() + sync_period_;
-        }
-        if (last) {
-            return;
         }
     }
 }

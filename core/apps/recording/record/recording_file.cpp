@@ -10,10 +10,12 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "artnet/recording_writer.h"
+#include "artnet/records.h"
 #include "cli/failure.h"
 
 namespace recording {
@@ -23,6 +25,8 @@ namespace {
 /// What a new file is given, less what the user's mask takes away.
 constexpr mode_t kPermissions = 0666;
 constexpr mode_t kAllPermissions = 07777;
+/// The reserve grows by so much at once: each time costs a write of the disk more.
+constexpr std::uint64_t kReserve = std::uint64_t{1} << 20U;
 
 std::string directory_of(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -35,6 +39,21 @@ void sync_directory(const std::string& path) noexcept {
         open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (directory) {
         fsync(directory.get());
+    }
+}
+
+/// In no identifier.
+constexpr std::uint8_t kHidden = 0xFF;
+
+/// Takes the first byte from every identifier: nothing of it is a packet then.
+void hide_packets(std::span<std::uint8_t> bytes) noexcept {
+    const std::span identifier(kArtNetIdentifier);
+    for (auto at = bytes.begin();; ++at) {
+        at = std::search(at, bytes.end(), identifier.begin(), identifier.end());
+        if (at == bytes.end()) {
+            return;
+        }
+        *at = kHidden;
     }
 }
 
@@ -66,6 +85,10 @@ RecordingFile::RecordingFile(std::string path, bool replace) : path_(std::move(p
     }
 }
 
+RecordingFile::~RecordingFile() {
+    static_cast<void>(cut_reserve());
+}
+
 RecordingFile::TemporaryName::~TemporaryName() {
     if (!text.empty()) {
         unlink(text.c_str());
@@ -95,7 +118,10 @@ void RecordingFile::append(std::span<const std::uint8_t> frame) {
     const std::uint64_t end = end_ + frame.size();
     std::vector<std::uint8_t> bytes(frame.size() + recording_padding(end));
     std::copy(frame.begin(), frame.end(), bytes.begin());
-    if (!write_at(bytes, end_)) {
+    hide_packets(bytes);
+    reserve(end_ + bytes.size());
+    // Cut anywhere, the second finds all the rest of each packet that it makes one.
+    if (!write_at(bytes, end_) || !write_at(frame, end_)) {
         const int error = errno;
         fail(error, take_back());
     }
@@ -108,6 +134,15 @@ void RecordingFile::append(std::span<const std::uint8_t> frame) {
 void RecordingFile::sync() {
     if (fdatasync(file_.get()) != 0) {
         fail(errno, false);
+    }
+}
+
+void RecordingFile::finish() {
+    const bool cut = cut_reserve();
+    const int error = errno;
+    sync();
+    if (!cut) {
+        fail(error, true);
     }
 }
 
@@ -131,10 +166,35 @@ bool RecordingFile::write_at(std::span<const std::uint8_t> bytes, std::uint64_t 
     return true;
 }
 
-bool RecordingFile::take_back() const noexcept {
+void RecordingFile::reserve(std::uint64_t size) {
+    if (!reserving_ || size <= reserved_) {
+        return;
+    }
+    const std::uint64_t wanted = (size / kReserve + 1) * kReserve;
+    rlimit limit{};
+    // Beyond the limit a signal would end the program.
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || wanted > limit.rlim_cur ||
+        ftruncate(file_.get(), static_cast<off_t>(wanted)) != 0) {
+        reserving_ = false;
+        return;
+    }
+    reserved_ = wanted;
+    sync();
+}
+
+bool RecordingFile::cut_reserve() noexcept {
+    if (reserved_ <= size()) {
+        return true;
+    }
+    reserved_ = 0;
+    return ftruncate(file_.get(), static_cast<off_t>(size())) == 0;
+}
+
+bool RecordingFile::take_back() noexcept {
     // What was padding before lies within a block that the file has, so zeros find room on a full disk, too.
     const std::vector<std::uint8_t> zeros(recording_padding(end_));
     const std::uint64_t size = write_at(zeros, end_) ? end_ + zeros.size() : end_;
+    reserved_ = 0;
     // Where that fails nothing is left to try; the parser passes over what is behind the last whole packet.
     return ftruncate(file_.get(), static_cast<off_t>(size)) == 0 && fdatasync(file_.get()) == 0;
 }

@@ -12,11 +12,20 @@ namespace recording {
 /**
  * Appends frames so that what is on disk plays, whenever the writing ends.
  *
- * With every frame goes padding to a multiple of 512 bytes, which the next frame overwrites: the file never
- * ends within a packet, and its reader never meets a stale tail. The file gets its name with the first frame,
- * so that neither an empty recording is left behind nor an existing one lost to a capture that gets nothing;
- * before that it has none and vanishes with the process, or, where the file system has no nameless files, a
- * temporary one beside its own. An append that fails is taken back.
+ * The file is kept ahead of the writing by a reserve of zeros that is on the disk before frames go there:
+ * however little of a frame has come to the file when the process is killed or the power cut, zeros follow,
+ * so that it never ends within a packet. A frame is written without the beginnings of its identifiers first
+ * and with them then: a kill in between leaves whole packets of it or none. What a power cut leaves of frames
+ * since the last sync() is up to the disk, and may be a packet whose last levels are zeros.
+ *
+ * With every frame goes padding to a multiple of 512 bytes, which the next frame overwrites; at the end the
+ * reserve is cut off behind it, and the reader meets no stale tail. Where there is no reserve to be had (a
+ * file system or a limit that forbids such a size), the file ends with the padding all the time.
+ *
+ * The file gets its name with the first frame, so that neither an empty recording is left behind nor an
+ * existing one lost to a capture that gets nothing; before that it has none and vanishes with the process,
+ * or, where the file system has no nameless files, a temporary one beside its own. An append that fails is
+ * taken back.
  *
  * Failures are cli::Failure that name the file. One thread at a time.
  */
@@ -27,13 +36,17 @@ public:
     RecordingFile(std::string path, bool replace);
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
+    /// Cuts off the reserve, where finish() has not.
+    ~RecordingFile();
 
     /// @param frame  whole packets
     void append(std::span<const std::uint8_t> frame);
     /// Brings to the disk what has been appended.
     void sync();
+    /// Cuts off the reserve and brings all to the disk.
+    void finish();
 
-    /// Size of the file, padding included.
+    /// Size of the file without its reserve, padding included.
     [[nodiscard]] std::uint64_t size() const noexcept;
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
@@ -53,8 +66,12 @@ private:
     [[nodiscard]] bool open_unnamed();
     void open_temporary();
     [[nodiscard]] bool write_at(std::span<const std::uint8_t> bytes, std::uint64_t offset) const noexcept;
+    /// Brings a reserve that goes beyond `size` to the disk, where that can be.
+    void reserve(std::uint64_t size);
+    /// False with errno set when that fails; the file plays then, too.
+    [[nodiscard]] bool cut_reserve() noexcept;
     /// Removes what stands behind the last frame; whether the rest is on the disk then.
-    [[nodiscard]] bool take_back() const noexcept;
+    [[nodiscard]] bool take_back() noexcept;
     void take_name();
     // Both give the file its name; false with errno set when that fails.
     [[nodiscard]] bool name_keeping() const;
@@ -72,6 +89,10 @@ private:
     posix::FileDescriptor file_;
     /// Where the next frame goes: the end of the last one, without padding.
     std::uint64_t end_ = 0;
+    /// Size of the file with its reserve; 0: it has none.
+    std::uint64_t reserved_ = 0;
+    /// Whether a reserve can be had.
+    bool reserving_ = true;
 };
 
 }  // namespace recording
