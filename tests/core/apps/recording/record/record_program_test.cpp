@@ -1,7 +1,6 @@
 // The whole program: what a sender sends is what the file plays.
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -10,17 +9,15 @@
 #include <linux/capability.h>
 #include <sys/mount.h>
 
-#include <QTemporaryDir>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "artnet/artnet_parser.h"
 #include "artnet/forwarding_datagram.h"
+#include "record_program.h"
 #include "support/artnet_sender.h"
 #include "support/child_process.h"
-#include "support/child_program.h"
 #include "support/loaded_recording.h"
 #include "support/terminal.h"
 
@@ -32,29 +29,10 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using tests::ArtNetSender;
 using tests::ChildProgram;
+using tests::command;
+using tests::port_of;
 
-std::vector<std::string> command(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {RECORDING_PROGRAM, "record"});
-    return arguments;
-}
-
-/// The port that the running program names; 0 when it does not come up.
-std::uint16_t port_of(const ChildProgram& program) {
-    if (!program.wait_for_error(", receive buffer")) {
-        return 0;
-    }
-    const std::string text = program.error_output();
-    return static_cast<std::uint16_t>(std::atoi(text.c_str() + text.find("0.0.0.0:") + 8));
-}
-
-class RecordProgramTest : public testing::Test {
-protected:
-    [[nodiscard]] std::string path(const char* name = "out.rec") const {
-        return directory_.filePath(QString::fromLatin1(name)).toStdString();
-    }
-
-    QTemporaryDir directory_;
-};
+using RecordProgramTest = tests::RecordProgramFixture;
 
 TEST_F(RecordProgramTest, AnInterruptedCapturePlaysWithTheIntervalsOfTheKernelsOwnStamps) {
     ChildProgram program(command({"--port", "0", "--frame-gap", "1h", "--json", path()}));
@@ -266,6 +244,8 @@ TEST_F(RecordProgramTest, WrongCommandLinesNameTheOption) {
     EXPECT_THAT(complaint({"--duration", "0"}), HasSubstr("--duration: expected more than 0"));
     EXPECT_THAT(complaint({"--address", "eth0"}), HasSubstr("--address: expected an IPv4 address"));
     EXPECT_THAT(complaint({"--timing", "us"}), HasSubstr("--timing"));
+    EXPECT_THAT(complaint({"--frame-gap", "soon"}), HasSubstr("--frame-gap"));
+    EXPECT_THAT(complaint({"--sync", "often"}), HasSubstr("--sync"));
     EXPECT_THAT(complaint({"--packet-socket", "lo", "--port", "0"}), HasSubstr("--packet-socket"));
 }
 
