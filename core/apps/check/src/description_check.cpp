@@ -123,6 +123,7 @@ void DescriptionCheck::read_effects(CheckedPlaylist& playlist, Playlist& parsed)
                            "is no zone: those have ids from 0 on, -1 means none and -2 mutes the universe"}},
                          {});
         }
+        check_zones(universes, element_text(index) + ".universes");
     }
     // The parser tells of effects in playing order; the author looks for them in the file's.
     order_.resize(static_cast<std::size_t>(array_.size()));
@@ -139,6 +140,28 @@ void DescriptionCheck::read_effects(CheckedPlaylist& playlist, Playlist& parsed)
     flush_defaults();
     for (std::size_t effect = 0; effect < parsed.effects().size(); ++effect) {
         playlist.effects.push_back({element_text(accepted_[effect]), parsed.effects()[effect]});
+    }
+}
+
+void DescriptionCheck::check_zones(const QJsonArray& universes, const std::string& element) {
+    std::map<int, int> latest_of;
+    for (int entry = 0; entry < universes.size(); ++entry) {
+        const QJsonObject object = universes[entry].toObject();
+        const QJsonValue id = object.value(QLatin1String("id"));
+        const QJsonValue zone = object.value(QLatin1String("zone"));
+        // Others are skipped, and replace nothing.
+        if (!id.isDouble() || !zone.isDouble()) {
+            continue;
+        }
+        const int universe = ondra::truncate_to_int(id.toDouble());
+        const auto [place, is_first] = latest_of.try_emplace(universe, entry);
+        if (!is_first) {
+            add("zone-replaced", Level::Warning, element + element_text(entry),
+                "universe " + std::to_string(universe) + " stands in " + element +
+                    element_text(place->second) +
+                    " already, and the zone here replaces the one there; leave one of them");
+            place->second = entry;
+        }
     }
 }
 

@@ -71,6 +71,8 @@ private:
     void check_object(const QJsonObject& object, const std::string& element,
                       std::initializer_list<NumberKey> numbers,
                       std::initializer_list<const char*> other_keys);
+    /// Universes that have a zone twice. @param element  the array that they stand in
+    void check_zones(const QJsonArray& universes, const std::string& element);
     void flush_defaults();
     void add(const char* kind, Level level, const std::string& element, const std::string& text);
 

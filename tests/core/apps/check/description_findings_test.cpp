@@ -149,13 +149,28 @@ TEST_F(DescriptionFindingsTest, OutputsThatAreSkippedSayWhy) {
 }
 
 TEST_F(DescriptionFindingsTest, ZonesOfUniversesAreLookedAtOneByOne) {
-    effect_with(R"(, "universes": [{"id": 0, "zone": 1}, {"zone": 1}, {"id": 0}, 3, {"id": 0, "zone": -3}])");
-    EXPECT_THAT(findings(), ElementsAre("warning out-of-range playlists/1.json [0].universes[4].zone",
+    effect_with(R"(, "universes": [{"id": 0, "zone": -3}, {"zone": 1}, {"id": 0}, 3])");
+    EXPECT_THAT(findings(), ElementsAre("warning out-of-range playlists/1.json [0].universes[0].zone",
                                         "error zone-skipped playlists/1.json [0].universes[1]",
                                         "error zone-skipped playlists/1.json [0].universes[2]",
                                         "error zone-skipped playlists/1.json [0].universes[3]"));
     effect_with(R"(, "universes": [{"id": 0, "zone": -2}])");
     EXPECT_THAT(findings(), IsEmpty());
+}
+
+TEST_F(DescriptionFindingsTest, AUniverseThatHasItsZoneTwiceNamesBothPlaces) {
+    effect_with(R"(, "universes": [{"id": 0, "zone": 1}, {"id": 0}, {"id": 0.5, "zone": 2}])");
+    EXPECT_THAT(findings(), ElementsAre("warning number-cut playlists/1.json [0].universes[2].id",
+                                        "warning zone-replaced playlists/1.json [0].universes[2]",
+                                        "error zone-skipped playlists/1.json [0].universes[1]"));
+    EXPECT_EQ(line("zone-replaced"),
+              "playlists/1.json: warning: [0].universes[2]: universe 0 stands in [0].universes[0] already, "
+              "and the zone here replaces the one there; leave one of them [zone-replaced]");
+    // Each names the one before it.
+    effect_with(R"(, "universes": [{"id": 0, "zone": 1}, {"id": 0, "zone": 1}, {"id": 0, "zone": 2}])");
+    EXPECT_THAT(findings(), ElementsAre("warning zone-replaced playlists/1.json [0].universes[1]",
+                                        "warning zone-replaced playlists/1.json [0].universes[2]"));
+    EXPECT_THAT(datacheck::finding_line(found_.list().back()), Not(HasSubstr("[0].universes[0]")));
 }
 
 TEST_F(DescriptionFindingsTest, OptionalFieldsOfAWrongTypeAreNamed) {
