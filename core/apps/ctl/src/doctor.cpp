@@ -1,6 +1,7 @@
 #include "doctor.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 
 #include <QJsonArray>
@@ -15,8 +16,14 @@ namespace ctl {
 
 namespace {
 
+/// Names a directory that stands before /proc and /sys. For tests of the program alone, and in no help: a
+/// machine's buffers, governor, clock and memory cannot be made bad for a test.
+constexpr const char* kRootVariable = "CUEWRIGHT_DOCTOR_ROOT";
+
 /// Everything that checks look at, beside the system's own files.
 struct Facts {
+    /// Of the system's own files; see checks.h.
+    std::string root;
     BusFacts bus;
     Show show;
     std::string no_show;
@@ -31,18 +38,19 @@ const std::vector<Check>& checks() {
     static const std::vector<Check> all{
         {"bus", [](const Facts& facts) { return check_bus(facts.bus); }},
         {"service", [](const Facts& facts) { return check_service(facts.bus); }},
-        {"forwarder", [](const Facts&) { return check_forwarder(""); }},
+        {"forwarder", [](const Facts& facts) { return check_forwarder(facts.root); }},
         {"discovery", [](const Facts& facts) { return check_discovery(facts.bus); }},
         {"data", [](const Facts& facts) { return check_data(facts.show, facts.no_show); }},
         {"ports",
          [](const Facts& facts) {
              return check_ports(
-                 "", facts.no_show.empty() ? std::optional(output_ports(facts.show)) : std::nullopt);
+                 facts.root, facts.no_show.empty() ? std::optional(output_ports(facts.show)) : std::nullopt);
          }},
-        {"buffers", [](const Facts&) { return check_buffers(""); }},
-        {"governor", [](const Facts&) { return check_governor(""); }},
-        {"clock", [](const Facts&) { return check_clock("", read_clock_state()); }},
-        {"memory", [](const Facts& facts) { return check_memory("", largest_playlist_bytes(facts.show)); }},
+        {"buffers", [](const Facts& facts) { return check_buffers(facts.root); }},
+        {"governor", [](const Facts& facts) { return check_governor(facts.root); }},
+        {"clock", [](const Facts& facts) { return check_clock(facts.root, read_clock_state()); }},
+        {"memory",
+         [](const Facts& facts) { return check_memory(facts.root, largest_playlist_bytes(facts.show)); }},
     };
     return all;
 }
@@ -142,6 +150,8 @@ BusFacts ask_bus_facts(const BusSettings& settings) {
 
 int doctor(const BusSettings& settings, const DoctorOptions& options) {
     Facts facts;
+    const char* const root = std::getenv(kRootVariable);
+    facts.root = root == nullptr ? "" : root;
     facts.bus = ask_bus_facts(settings);
     find_show(facts.bus, options, facts);
     std::vector<Finding> findings;

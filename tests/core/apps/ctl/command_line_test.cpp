@@ -95,6 +95,24 @@ TEST(CommandLineTest, WithoutABusEveryCommandSaysSo) {
                 HasSubstr("cannot connect to the session bus at unix:path=/nonexistent/bus"));
 }
 
+TEST(CommandLineTest, TheDoctorLooksAtAllThatNeedsNoBus) {
+    const Ending ending = run({"doctor"});
+    EXPECT_EQ(ending.status, 1);
+    EXPECT_EQ(ending.error, "");
+    EXPECT_THAT(
+        ending.output,
+        StartsWith("PROBLEM  bus        there is no session bus: DBUS_SESSION_BUS_ADDRESS is not set"));
+    for (const char* const check : {"service", "discovery"}) {
+        const std::string name = check;
+        EXPECT_THAT(ending.output, HasSubstr("\nunknown  " + name + std::string(11 - name.size(), ' ') +
+                                             "not to be found out without the bus\n"));
+    }
+    for (const char* const check : {"forwarder", "data", "ports", "buffers", "governor", "clock", "memory"}) {
+        EXPECT_THAT(ending.output,
+                    testing::ContainsRegex(std::string("\n(good   |unknown|PROBLEM)  ") + check + " "));
+    }
+}
+
 TEST(CommandLineTest, ABadZoneFileIsRefusedBeforeTheBusIsLookedFor) {
     const Ending ending = run({"zones", "init", "/nonexistent/zones.json"});
     EXPECT_EQ(ending.status, 1);
