@@ -1,4 +1,7 @@
 // What is shown: screen, lines, JSON, report and picture.
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -53,6 +56,19 @@ TEST(MonitorViewTest, TheScreenHasALinePerStreamWithAllItsFigures) {
     EXPECT_THAT(screen, HasSubstr("\n       1  10.0.0.5:6454" + blanks + "   40.0  25.00  26.50   31.25 " +
                                   blanks + "#.   " + "       2      0      1   .=#\n"));
     EXPECT_THAT(screen, HasSubstr("\n     300! 10.0.0.5:6454"));
+}
+
+TEST(MonitorViewTest, TheDocumentsShowTheHeadingsThatItPrints) {
+    const std::vector<StreamRow> rows{row(1)};
+    const std::string screen = monitor::to_screen({rows, {}, 0, false, nullptr}, {200, 24}, Glyphs::Ascii);
+    const std::size_t begin = screen.find("\nuniverse");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string heading = screen.substr(begin, screen.find('\n', begin + 1) + 1 - begin);
+    for (const char* const document : {"/README.md", "/docs/monitor.md"}) {
+        std::ifstream file(std::string(SOURCE_DIRECTORY) + document);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_THAT(text, HasSubstr(heading)) << document;
+    }
 }
 
 TEST(MonitorViewTest, LinesStayWithinTheTerminalAndWhatDoesNotFitIsCounted) {
