@@ -22,7 +22,7 @@ constexpr const char* kFooter =
       the same as a JSON array
 
 Signals:
-  SIGINT, SIGTERM   end with status 0; the player keeps its nodes
+  SIGINT, SIGTERM, SIGHUP   end with status 0; the player keeps its nodes
 
 Exit status:
   0  ended by a signal; or the list has been shown, even an empty one

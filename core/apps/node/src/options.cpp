@@ -25,8 +25,8 @@ constexpr const char* kFooter =
       one minute, the report for a program
 
 Signals:
-  SIGUSR1           print the report
-  SIGINT, SIGTERM   print the report and end with status 0
+  SIGUSR1                   print the report
+  SIGINT, SIGTERM, SIGHUP   print the report and end with status 0
 
 Exit status:
   0  ended by a signal or after --duration
