@@ -24,6 +24,12 @@ constexpr const char* kDescription =
 constexpr const char* kFooter =
     R"(Each command has a help of its own: cuewright-recording COMMAND --help
 
+Examples:
+  cuewright-recording record --until-idle 5s show.rec
+      what comes to port 6454, until nothing has come for five seconds
+  cuewright-recording check show.rec
+      whether it plays as its author means it
+
 Exit status:
   0  done
   1  it could not be done, or a check found something
