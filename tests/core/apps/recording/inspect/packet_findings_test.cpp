@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "inspect_test.h"
+#include "support/child_process.h"
 
 using testing::AllOf;
 using testing::ElementsAre;
@@ -16,6 +17,9 @@ using testing::IsEmpty;
 namespace {
 
 using PacketFindingsTest = InspectTest;
+
+/// Of nobody, on every system.
+constexpr uid_t kNobody = 65534;
 
 /// A frame in the middle of the first block, where the last block, which is short, leaves it to be found
 /// again.
@@ -180,12 +184,30 @@ TEST_F(PacketFindingsTest, WhatCannotBeReadIsAFindingAndNeverWaits) {
     // Nobody writes into it.
     ASSERT_EQ(mkfifo(path("fifo.rec").c_str(), 0600), 0);
     EXPECT_THAT(reason("fifo.rec"), HasSubstr("no regular file"));
-    // Root may read everything.
-    if (geteuid() != 0) {
-        ASSERT_TRUE(steady(1).write(path("secret.rec")));
-        std::filesystem::permissions(path("secret.rec"), std::filesystem::perms::none);
-        EXPECT_THAT(reason("secret.rec"), HasSubstr("Permission denied"));
-    }
+}
+
+TEST_F(PacketFindingsTest, WhatMayNotBeReadIsAFinding) {
+    namespace fs = std::filesystem;
+    ASSERT_TRUE(steady(1).write(path("open.rec")));
+    ASSERT_TRUE(steady(1).write(path("secret.rec")));
+    fs::permissions(path("open.rec"), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+    fs::permissions(path("secret.rec"), fs::perms::none);
+    fs::permissions(path("."), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    const tests::ChildReport child = tests::run_in_child(0, [&]() -> std::string {
+        // Root may read everything.
+        if (geteuid() == 0 && setuid(kNobody) != 0) {
+            throw tests::Unavailable("root cannot be given up here");
+        }
+        if (access(path("open.rec").c_str(), R_OK) != 0) {
+            throw tests::Unavailable("others than root do not get to temporary files here");
+        }
+        const auto result = inspect::inspect_recording(path("secret.rec"), {});
+        return testing::PrintToString(lines(result)) + (result.loads ? " loads: " : ": ") +
+               text(result, "unreadable");
+    });
+    SKIP_IF_UNAVAILABLE(child);
+    EXPECT_THAT(child.text, testing::StartsWith(
+                                "{ \"error unreadable @0 frame 0\" }: cannot be read: Permission denied; "));
 }
 
 TEST_F(PacketFindingsTest, EveryPartOfTheWorkTellsHowFarItHasCome) {
