@@ -14,6 +14,7 @@
 #include "json_file.h"
 #include "ondra/artnet_node_map.h"
 #include "ondra/truncate_to_int.h"
+#include "zones/zone_file.h"
 
 namespace datacheck {
 
@@ -68,16 +69,9 @@ bool add_universes(const QJsonValue& value, std::set<int>& universes) {
 }  // namespace
 
 std::set<int> read_zones(const std::string& path) {
-    const QJsonArray array = require_array(path);
     std::set<int> ids;
-    for (int index = 0; index < array.size(); ++index) {
-        const QJsonObject zone = array[index].toObject();
-        const QJsonValue id = zone.value(QLatin1String("id"));
-        if (!id.isDouble() || !zone.value(QLatin1String("priority")).isDouble() ||
-            !zone.value(QLatin1String("channels")).isArray()) {
-            refuse(path, index, R"(a zone: {"id": NUMBER, "priority": NUMBER, "channels": [...]})");
-        }
-        ids.insert(ondra::truncate_to_int(id.toDouble()));
+    for (const Zone& zone : zones::read_zone_file(path)) {
+        ids.insert(zone.id);
     }
     return ids;
 }

@@ -7,7 +7,8 @@
 namespace datacheck {
 
 /**
- * Ids of the zones in a file: an array of {"id", "priority", "channels"}, as cuewrightctl takes it.
+ * Ids of the zones in a file: an array of {"id", "priority", "channels"}, as cuewrightctl takes it, and no
+ * laxer.
  *
  * Throws cli::Failure, naming file and place, when it is not that.
  */

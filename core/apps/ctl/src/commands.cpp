@@ -6,7 +6,7 @@
 #include "names.h"
 #include "player.h"
 #include "posix/stop_signals.h"
-#include "zone_file.h"
+#include "zones/zone_file.h"
 
 namespace ctl {
 
@@ -97,7 +97,7 @@ void pause(Bus& bus, int playlist) {
 
 void change_zones(const BusSettings& settings, ZoneChange change, const std::string& path) {
     // Read as a whole first: a bad file changes nothing.
-    const std::vector<Zone> zones = read_zone_file(path);
+    const std::vector<Zone> zones = zones::read_zone_file(path);
     Bus bus(settings);
     const Player player(bus);
     if (change == ZoneChange::Init) {

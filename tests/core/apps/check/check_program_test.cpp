@@ -127,9 +127,26 @@ TEST_F(CheckProgramTest, ZonesFilesAreReadStrictly) {
                R"([{"id": 3, "priority": 1, "channels": []}, {"id": 5, "priority": 0, "channels": [1]}])");
     EXPECT_THAT(datacheck::read_zones(show_.path("zones.json")), ElementsAre(3, 5));
     EXPECT_THAT(refusal(datacheck::read_zones, "[\n\n {"), StartsWith("side:3:"));
-    EXPECT_THAT(refusal(datacheck::read_zones, "{}"), HasSubstr("must be an array"));
-    EXPECT_THAT(refusal(datacheck::read_zones, R"([{"id": 3, "priority": 1, "channels": []}, {"id": 4}])"),
-                StartsWith("side: [1]: expected a zone"));
+    EXPECT_THAT(refusal(datacheck::read_zones, "{}"), StartsWith("side:1: expected an array of zones"));
+    // What cuewrightctl refuses.
+    for (const char* const wrong :
+         {R"({"id": 4})", R"({"id": 3, "priority": 1, "channels": []})",
+          R"({"id": -1, "priority": 1, "channels": []})", R"({"id": 4.5, "priority": 1, "channels": []})",
+          R"({"id": 4, "priority": 1, "channels": [512]})",
+          R"({"id": 4, "priority": 1, "channels": [], "name": 1})",
+          R"({"id": 4, "priority": "1", "channels": []})", "4"}) {
+        EXPECT_THAT(refusal(datacheck::read_zones, R"([{"id": 3, "priority": 1, "channels": [511]},)" +
+                                                       ("\n" + std::string(wrong)) + "]"),
+                    StartsWith("side:2: element 2: "));
+    }
+    make_show();
+    show_.file("zones.json", R"([{"id": 1, "priority": 1, "channels": [0, 512]}])");
+    const Ending ending = run({"--zones", show_.path("zones.json"), root()});
+    EXPECT_EQ(ending.status, 1);
+    EXPECT_THAT(
+        ending.error,
+        testing::EndsWith("zones.json:1: element 1: \"channels\", number 2: expected a whole number from 0 "
+                          "to 511\n"));
 }
 
 TEST_F(CheckProgramTest, NodesComeAsJsonOrAsTheDiscoverysRecords) {

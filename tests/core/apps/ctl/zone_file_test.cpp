@@ -1,4 +1,4 @@
-#include "zone_file.h"
+#include "zones/zone_file.h"
 
 #include <fstream>
 #include <string>
@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <QTemporaryDir>
 
-#include "cli/program.h"
+#include "cli/failure.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -17,7 +17,7 @@ namespace {
 /// What is wrong with a text, "" when nothing is.
 std::string error_of(const char* text) {
     try {
-        static_cast<void>(ctl::parse_zones(QByteArray(text), "zones.json"));
+        static_cast<void>(zones::parse_zones(QByteArray(text), "zones.json"));
         return {};
     } catch (const cli::Failure& failure) {
         return failure.what();
@@ -30,7 +30,7 @@ constexpr const char* kExpected =
 }  // namespace
 
 TEST(ZoneFileTest, ZonesAreReadAsTheyStand) {
-    const std::vector<Zone> zones = ctl::parse_zones(
+    const std::vector<Zone> zones = zones::parse_zones(
         R"([{"id": 3, "priority": -1, "channels": [511, 0]}, {"id": 0, "priority": 7, "channels": []}])", "");
     ASSERT_EQ(zones.size(), 2U);
     EXPECT_EQ(zones[0].id, 3);
@@ -38,7 +38,7 @@ TEST(ZoneFileTest, ZonesAreReadAsTheyStand) {
     EXPECT_THAT(zones[0].channels, ElementsAre(511, 0));
     EXPECT_EQ(zones[1].id, 0);
     EXPECT_THAT(zones[1].channels, IsEmpty());
-    EXPECT_THAT(ctl::parse_zones("[]", ""), IsEmpty());
+    EXPECT_THAT(zones::parse_zones("[]", ""), IsEmpty());
 }
 
 TEST(ZoneFileTest, AnErrorNamesLineAndElement) {
@@ -92,11 +92,11 @@ TEST(ZoneFileTest, TwoZonesOfOneIdAreRefused) {
 TEST(ZoneFileTest, AFileThatCannotBeReadIsNamed) {
     const QTemporaryDir directory;
     const std::string path = directory.path().toStdString() + "/zones.json";
-    EXPECT_THROW(static_cast<void>(ctl::read_zone_file(path)), cli::Failure);
+    EXPECT_THROW(static_cast<void>(zones::read_zone_file(path)), cli::Failure);
     std::ofstream(path) << R"([{"id": 1, "priority": 5, "channels": [2]}])";
-    EXPECT_EQ(ctl::read_zone_file(path).size(), 1U);
+    EXPECT_EQ(zones::read_zone_file(path).size(), 1U);
     try {
-        static_cast<void>(ctl::read_zone_file(directory.path().toStdString()));
+        static_cast<void>(zones::read_zone_file(directory.path().toStdString()));
         ADD_FAILURE() << "a directory was read";
     } catch (const cli::Failure& failure) {
         EXPECT_THAT(failure.what(), testing::StartsWith(directory.path().toStdString() + ": "));

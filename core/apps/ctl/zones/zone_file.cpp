@@ -1,4 +1,4 @@
-#include "zone_file.h"
+#include "zones/zone_file.h"
 
 #include <cmath>
 #include <limits>
@@ -11,9 +11,9 @@
 #include <QJsonObject>
 #include <QJsonParseError>
 
-#include "cli/program.h"
+#include "cli/failure.h"
 
-namespace ctl {
+namespace zones {
 
 namespace {
 
@@ -192,4 +192,4 @@ std::vector<Zone> read_zone_file(const std::string& path) {
     return parse_zones(text, name);
 }
 
-}  // namespace ctl
+}  // namespace zones

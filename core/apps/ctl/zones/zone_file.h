@@ -8,7 +8,7 @@
 
 #include "zone.h"
 
-namespace ctl {
+namespace zones {
 
 /**
  * Reads a JSON array of {"id", "priority", "channels"}.
@@ -23,4 +23,4 @@ namespace ctl {
 /// The same of a text. @param name  of the file, for errors
 [[nodiscard]] std::vector<Zone> parse_zones(const QByteArray& text, const std::string& name);
 
-}  // namespace ctl
+}  // namespace zones
