@@ -11,9 +11,12 @@ programs='cuewright cuewright-check cuewright-forwarder cuewright-monitor cuewri
     cuewright-recording cuewrightctl'
 # Nobody's port: frames of the show are sent to it on this machine and go nowhere.
 port=47113
+# That of the simulated node, with the discovery beside it.
+node_port=47114
 
 directory=$(mktemp -d)
-trap 'rm -rf "$directory"' EXIT
+node=
+trap '[ -z "$node" ] || kill "$node" 2>/dev/null || true; rm -rf "$directory"' EXIT
 prefix=$directory/prefix
 log=$directory/log
 mkdir "$directory/work"
@@ -100,6 +103,26 @@ says ': 0 errors, '
 run cuewright-monitor --address 127.0.0.1 --port 0 --duration 0.05 --json
 says '"type":"monitor"'
 refuses 1 cuewright-monitor --address 127.0.0.1 --port 0 --duration 0.05 --compare "$prefix/data/show.rec"
+
+# A node, and what finds it: the node's reply goes to 127.0.0.1, where it must not listen itself
+cuewright-node --universe 4-5 --name Truss --address 127.0.0.2 --port $node_port --json > node.json 2> node.err < /dev/null &
+node=$!
+without_bus=(env DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent)
+for try in {1..100}; do
+    run "${without_bus[@]}" cuewright-netsurvey --list --wait 0.1 --target 127.0.0.2 --port $node_port
+    ! grep -q '^ADDRESS ' "$log" || break
+done
+says "^127\.0\.0\.2 +$node_port +1 +Truss +4-5 +[0-9.]+ s ago\$"
+kill -INT $node
+wait $node || fail "cuewright-node (status $?): $(cat node.err)"
+node=
+cp node.json "$log"
+says '"name":"Truss".*"polls":[1-9]'
+
+# Where a blackout would go
+run "${without_bus[@]}" cuewrightctl blackout --dry-run --data "$prefix/data" --broadcast 192.0.2.255
+says "^ +0 +192\.0\.2\.10:$port +playlist 1\$"
+says "^ +0 +192\.0\.2\.255:6454 +broadcast\$"
 
 # The service, started as a bus would start it, plays to the end
 service=$(sed -n 's/^Exec=//p' "$prefix/share/dbus-1/services/com.torvexserver.Cuewright.service")
