@@ -1,18 +1,21 @@
 """Foreign senders recorded and played back."""
 
+import collections
 import json
 import shutil
 import time
 
 from capture import Capture, frames_only
 from compare import firsts, interval_errors, micro, rank, same_packets, stamp_errors
-from ola import Ola
+from ola import OUTPUT_UNIVERSE, Ola
 from recording import read, spoil
 from rig import (OUR_ADDRESS, OUR_LINK, PEER_ADDRESS, PEER_LINK, SCRATCH, TOP, Service, Skipped, end_forwarder, need, require, start_forwarder,
                  start_recorder)
 
 FAULTS = ("level", "loss", "twice", "milliseconds", "tempo")
 FRAMES = 200
+# Those of npm_sender.js: net 1, subnet 3.
+NPM_UNIVERSES = [0x131, 0x132, 0x133]
 # The recorder is exact to this: both it and tshark tell the kernel's own time stamps.
 STAMP_LIMIT = 1_000
 # What is promised of playback, at the median.
@@ -33,7 +36,7 @@ def test_ola(rig):
         sender.process.stdin.close()
         sender.finish()
 
-    test(rig, "OLA", send, ola.daemon)
+    test(rig, "OLA", send, [OUTPUT_UNIVERSE], ola.daemon)
 
 
 def test_npm(rig):
@@ -50,10 +53,10 @@ def test_npm(rig):
         sender.wait_for("sent")
         sender.finish()
 
-    test(rig, "dmxnet", send)
+    test(rig, "dmxnet", send, NPM_UNIVERSES)
 
 
-def test(rig, name, send, daemon=None):
+def test(rig, name, send, universes, daemon=None):
     file = rig.directory / "foreign.rec"
     capture = Capture(rig, OUR_LINK)
     recorder = start_recorder(rig, file, "--interface", OUR_LINK)
@@ -63,7 +66,9 @@ def test(rig, name, send, daemon=None):
     if daemon:
         daemon.end()
     summary = json.loads("\n".join(recorder.out))
-    require(len(foreign) >= FRAMES, f"{name} sent {len(foreign)} packets only")
+    sent = collections.Counter(packet.universe for packet in foreign)
+    require(sorted(sent) == universes, f"{name} sent universes {sorted(sent)} instead of {universes}")
+    require(min(sent.values()) >= FRAMES, f"{name} sent {dict(sent)} packets, at least {FRAMES} of each universe were expected")
     require(summary["kernel_drops"] == 0, f"the kernel dropped {summary['kernel_drops']} packets")
     # The tempo is judged by playback alone.
     if rig.fault and rig.fault != "tempo":
