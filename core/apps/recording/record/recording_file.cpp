@@ -166,16 +166,21 @@ bool RecordingFile::write_at(std::span<const std::uint8_t> bytes, std::uint64_t 
     return true;
 }
 
-void RecordingFile::reserve(std::uint64_t size) {
-    if (!reserving_ || size <= reserved_) {
+void RecordingFile::reserve(std::uint64_t end) {
+    if (!reserving_ || end <= reserved_) {
         return;
     }
-    const std::uint64_t wanted = (size / kReserve + 1) * kReserve;
+    const std::uint64_t wanted = (end / kReserve + 1) * kReserve;
     rlimit limit{};
     // Beyond the limit a signal would end the program.
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || wanted > limit.rlim_cur ||
-        ftruncate(file_.get(), static_cast<off_t>(wanted)) != 0) {
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || wanted > limit.rlim_cur) {
         reserving_ = false;
+        return;
+    }
+    if (ftruncate(file_.get(), static_cast<off_t>(wanted)) != 0) {
+        reserving_ = false;
+        // File systems without holes write the zeros and may stop half-way, on a full disk.
+        static_cast<void>(ftruncate(file_.get(), static_cast<off_t>(std::max(reserved_, size()))));
         return;
     }
     reserved_ = wanted;

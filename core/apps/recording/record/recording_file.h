@@ -16,7 +16,7 @@ namespace recording {
  * however little of a frame has come to the file when the process is killed or the power cut, zeros follow,
  * so that it never ends within a packet. A frame is written without the beginnings of its identifiers first
  * and with them then: a kill in between leaves whole packets of it or none. What a power cut leaves of frames
- * since the last sync() is up to the disk, and may be a packet whose last levels are zeros.
+ * since the last sync() is up to the disk: blocks of it may be zeros, within levels, a header or a time.
  *
  * With every frame goes padding to a multiple of 512 bytes, which the next frame overwrites; at the end the
  * reserve is cut off behind it, and the reader meets no stale tail. Where there is no reserve to be had (a
@@ -66,8 +66,8 @@ private:
     [[nodiscard]] bool open_unnamed();
     void open_temporary();
     [[nodiscard]] bool write_at(std::span<const std::uint8_t> bytes, std::uint64_t offset) const noexcept;
-    /// Brings a reserve that goes beyond `size` to the disk, where that can be.
-    void reserve(std::uint64_t size);
+    /// Brings a reserve that goes beyond `end` to the disk, where that can be.
+    void reserve(std::uint64_t end);
     /// False with errno set when that fails; the file plays then, too.
     [[nodiscard]] bool cut_reserve() noexcept;
     /// Removes what stands behind the last frame; whether the rest is on the disk then.

@@ -90,7 +90,7 @@ TEST_F(DoctorTest, AllOfItIsLookedAt) {
     std::istringstream lines(ending.output);
     for (std::string text; std::getline(lines, text);) {
         // What is to be done stands below its check.
-        if (text.front() == ' ') {
+        if (text.starts_with(' ')) {
             continue;
         }
         std::istringstream words(text);
