@@ -166,6 +166,10 @@ bool RecordingFile::write_at(std::span<const std::uint8_t> bytes, std::uint64_t 
     return true;
 }
 
+bool RecordingFile::resize(std::uint64_t size) const noexcept {
+    return ftruncate(file_.get(), static_cast<off_t>(size)) == 0;
+}
+
 void RecordingFile::reserve(std::uint64_t end) {
     if (!reserving_ || end <= reserved_) {
         return;
@@ -177,10 +181,10 @@ void RecordingFile::reserve(std::uint64_t end) {
         reserving_ = false;
         return;
     }
-    if (ftruncate(file_.get(), static_cast<off_t>(wanted)) != 0) {
+    if (!resize(wanted)) {
         reserving_ = false;
         // File systems without holes write the zeros and may stop half-way, on a full disk.
-        static_cast<void>(ftruncate(file_.get(), static_cast<off_t>(std::max(reserved_, size()))));
+        static_cast<void>(resize(std::max(reserved_, size())));
         return;
     }
     reserved_ = wanted;
@@ -192,7 +196,7 @@ bool RecordingFile::cut_reserve() noexcept {
         return true;
     }
     reserved_ = 0;
-    return ftruncate(file_.get(), static_cast<off_t>(size())) == 0;
+    return resize(size());
 }
 
 bool RecordingFile::take_back() noexcept {
@@ -201,7 +205,7 @@ bool RecordingFile::take_back() noexcept {
     const std::uint64_t size = write_at(zeros, end_) ? end_ + zeros.size() : end_;
     reserved_ = 0;
     // Where that fails nothing is left to try; the parser passes over what is behind the last whole packet.
-    return ftruncate(file_.get(), static_cast<off_t>(size)) == 0 && fdatasync(file_.get()) == 0;
+    return resize(size) && fdatasync(file_.get()) == 0;
 }
 
 void RecordingFile::take_name() {

@@ -66,6 +66,8 @@ private:
     [[nodiscard]] bool open_unnamed();
     void open_temporary();
     [[nodiscard]] bool write_at(std::span<const std::uint8_t> bytes, std::uint64_t offset) const noexcept;
+    /// False with errno set when that fails.
+    [[nodiscard]] bool resize(std::uint64_t size) const noexcept;
     /// Brings a reserve that goes beyond `end` to the disk, where that can be.
     void reserve(std::uint64_t end);
     /// False with errno set when that fails; the file plays then, too.
