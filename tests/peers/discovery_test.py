@@ -5,7 +5,8 @@ import re
 import signal
 import time
 
-from capture import Capture, frames_only
+from capture import Capture, frames_only, require_well_formed
+from compare import rank
 from ola import UNIVERSES, Ola
 from recording import read
 from rig import OUR_LINK, PEER_ADDRESS, Service, end_forwarder, need, ours, require, run, start_forwarder, until
@@ -16,6 +17,9 @@ SURVEY = "com.torvexserver.Netsurvey"
 PATIENCE_WITH_IMMORTALS = 30
 # A node is gone ten seconds after its last reply, which came three seconds before its end at most.
 SOONEST_REMOVAL = 10 - 3
+POLL = 0x2000
+# Seconds from one poll to the next, with room for a machine that serves others first.
+POLL_GAPS = (2.5, 3.1)
 
 
 def test(rig):
@@ -26,6 +30,7 @@ def test(rig):
     service.add(1, file, [])
     service.add(2, file, [])
     signals = rig.start(["gdbus", "monitor", "--session", "--dest", SURVEY], env=service.environment)
+    polls = Capture(rig, OUR_LINK)
     survey = rig.start([ours("cuewright-netsurvey"), "--interface", OUR_LINK, "--state", rig.directory / "nodes", "--verbose"],
                        env=service.environment)
     signals.wait_for("is owned by")
@@ -47,6 +52,8 @@ def test(rig):
     # While its ports are patched, OLA tells of universe 0 of its sub-net for those that are not yet. It has no bind indexes, so
     # that such a universe goes after the expiry time only.
     until(f"OLA to be listed as {node} and nothing else", lambda: listed() == node, 30)
+    until("five polls", lambda: len(polls_among(polls.seen())) >= 5, 30)
+    judge_polls(rig, polls_among(polls.finish()))
     rig.say(f"listed, after {time.monotonic() - began:.1f} s without what it told while its ports were patched: {table(service)}")
 
     play(rig, service, ola, read(file))
@@ -67,6 +74,21 @@ def test(rig):
     end_forwarder(forwarder)
     require(not frames_only(capture.finish()), "frames go to a node that has gone")
     survey.finish(signal.SIGTERM)
+
+
+def polls_among(packets):
+    return [packet for packet in packets if packet.opcode == POLL and packet.source != PEER_ADDRESS]
+
+
+def judge_polls(rig, packets):
+    """They are broadcast, in their rhythm, and well formed for a foreign dissector."""
+    require_well_formed(packets)
+    require(all(packet.destination.endswith(".255") for packet in packets), f"polled: {sorted({packet.destination for packet in packets})}")
+    times = [packet.time for packet in packets]
+    gaps = [(later - earlier) * 1e-9 for earlier, later in zip(times, times[1:])]
+    middle = rank(gaps, 50)
+    require(POLL_GAPS[0] <= middle <= POLL_GAPS[1], f"{middle:.3f} s from poll to poll at the median")
+    rig.say(f"{len(packets)} polls, {middle:.3f} s apart at the median")
 
 
 def table(service):
@@ -100,12 +122,16 @@ def judge_signals(signals, node):
     for line in list(signals.out):
         if "OnArtnetNodesUpdated" not in line:
             continue
-        for state, *record in re.findall(r"([01]):(\d+):([\d.]+):(\d+)", line):
+        records = re.findall(r"([01]):(\d+):([\d.]+):(\d+)", line)
+        for state, *record in records:
             changes += 1
             if state == "1":
                 require(record not in present, f"{record} announced twice")
                 present.append(record)
             elif record in present:
                 present.remove(record)
+            else:
+                # For a service that begins: whatever it may have heard before, it has the record once then.
+                require(("1", *record) in records, f"{record} taken back that was not there")
     require(not present, f"never taken back: {present}")
     require(changes >= 2 * len(node), f"{changes} changes announced instead of {2 * len(node)} at least")
