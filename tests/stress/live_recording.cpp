@@ -31,20 +31,23 @@ LiveRecording::~LiveRecording() {
 }
 
 void LiveRecording::feed() {
+    // Stays open once there has been a reader: closed behind one, it might end the input of the next, who
+    // has come in that moment. What the first one has left of a frame is skipped by the other.
+    int pipe = -1;
+    bool read = false;
     while (!stopping_.load()) {
-        const int pipe = open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        bool read = pipe != -1;
-        for (int i = 0; i < kFirstFrames && read; ++i) {
-            read = put(pipe, frame_);
+        if (pipe == -1) {
+            pipe = open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         }
-        while (read && !stopping_.load()) {
-            std::this_thread::sleep_for(kInterval);
+        const int frames = read ? 1 : kFirstFrames;
+        read = pipe != -1;
+        for (int i = 0; i < frames && read; ++i) {
             read = put(pipe, frame_);
-        }
-        if (pipe != -1) {
-            close(pipe);
         }
         std::this_thread::sleep_for(kInterval);
+    }
+    if (pipe != -1) {
+        close(pipe);
     }
 }
 
