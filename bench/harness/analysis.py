@@ -63,6 +63,7 @@ class Frames:
         grid = numpy.arange(count, dtype=numpy.int64) * interval_ns
         # Frames are never early, so the earliest one, measured against the grid, is the grid's origin.
         origin = numpy.min(self.first - grid) if count else 0
+        self.origin = int(origin)
         self.first_lateness = self.first - grid - origin
         self.last_lateness = self.last - grid - origin
         self.span = self.last - self.first
