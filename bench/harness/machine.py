@@ -4,12 +4,22 @@ import contextlib
 import os
 import platform
 import resource
+import subprocess
 import time
+
+from . import paths
 
 TICKS = os.sysconf("SC_CLK_TCK")
 
 # A machine counts as quiet when everything else together takes less than this share of one core.
 QUIET_SHARE = 0.05
+
+
+def commit():
+    """What is measured; "-dirty" at its end when something of it is not committed, "unknown" outside a repository."""
+    told = subprocess.run(["git", "-C", paths.TOP, "describe", "--always", "--dirty"], stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True, check=False)
+    return told.stdout.strip() or "unknown"
 
 
 def describe():
@@ -23,6 +33,8 @@ def describe():
     with open("/proc/sys/net/core/rmem_max", encoding="ascii") as file:
         rmem_max = int(file.read())
     return {
+        "commit": commit(),
+        "started": time.strftime("%Y-%m-%d %H:%M:%S UTC", time.gmtime()),
         "processor": model,
         "cores": os.cpu_count(),
         "memory_mib": pages >> 20,

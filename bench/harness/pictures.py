@@ -8,6 +8,7 @@ import matplotlib.pyplot as plot  # noqa: E402
 import numpy  # noqa: E402
 
 from . import paths  # noqa: E402
+from .scenarios.pacing import PLAYLISTS  # noqa: E402
 
 
 def save(figure, name):
@@ -28,14 +29,19 @@ def median(data, case, figure):
 
 def pacing(data):
     counts = [int(case.split()[0]) for case in data["cases"] if case.endswith("universes") and case[0].isdigit()]
-    figure, axes = plot.subplots(1, len(counts), figsize=(3.2 * len(counts), 3), sharey=True, squeeze=False)
-    bins = numpy.logspace(-2, 4, 61)
-    for axis, universes in zip(axes[0], counts):
-        for case, label in ((f"{universes} universes, bare loop", "bare loop"), (f"{universes} universes", "cuewright")):
-            values = numpy.maximum(pooled(data, case, "first_us"), bins[0])
-            axis.hist(values, bins=bins, histtype="step", label=label)
-        axis.set(xscale="log", yscale="log", xlabel="µs late", title=f"{universes} universe{'s' if universes > 1 else ''}")
-    axes[0][0].set_ylabel("frames")
+    figure, axes = plot.subplots(2, len(counts), figsize=(3.2 * len(counts), 5.6), sharex=True, sharey=True, squeeze=False)
+    bins = numpy.logspace(-2, 5, 71)
+    for row, playlists in enumerate(("", f", {PLAYLISTS} playlists")):
+        for axis, universes in zip(axes[row], counts):
+            ours = f"{universes} universes{playlists}"
+            for case, label in ((f"{ours}, bare loop", "bare loop"), (ours, "cuewright")):
+                values = numpy.maximum(pooled(data, case, "first_us"), bins[0])
+                # Parts: the cases do not all last equally long.
+                axis.hist(values, bins=bins, weights=numpy.full(len(values), 1 / len(values)), histtype="step", label=label)
+            axis.set(xscale="log", yscale="log", title=f"{universes} universe{'s' if universes > 1 else ''}{playlists}")
+        axes[row][0].set_ylabel("part of the frames")
+    for axis in axes[1]:
+        axis.set_xlabel("µs late")
     axes[0][0].legend(fontsize="small")
     save(figure, "pacing")
 

@@ -1,4 +1,4 @@
-"""The scenarios by name, in the order in which they run. Each module has run(bench)."""
+"""The scenarios by name, in the order in which they run. Each module has run_scenario(bench)."""
 
 from . import burst, control, drift, forwarder, idle, load, pacing, peer, pieces, scale
 

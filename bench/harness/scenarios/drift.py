@@ -2,7 +2,7 @@
 
 from .pacing import PLAYLISTS, Merged, judge_drift, judge_losses, service
 
-# Datagrams of a 25 ms from which on playlists wait for each other so long that a bare loop stands beside them.
+# Datagrams within 25 ms from which on playlists wait for each other so long that a bare loop stands beside them.
 LARGE = 256
 
 

@@ -10,7 +10,7 @@ import numpy
 from .. import paths
 from ..analysis import Frames, quantiles
 from ..programs import Program, Receiver, run
-from .pacing import FPS, INTERVAL_NS, service
+from .pacing import FPS, INTERVAL_NS, SETTLE_SECONDS, once_settled, service
 
 UNIVERSES = 4
 NEAR, FAR = "cuebencha", "cuebenchb"
@@ -76,9 +76,9 @@ def peer(seconds):
                 for port in range(UNIVERSES):
                     run([*inside, "ola_patch", "-d", device, "-p", port, "-u", port + 1], stderr=subprocess.DEVNULL)
                 show = home / "frames.ola"
-                write_show(show, seconds)
+                write_show(show, seconds + SETTLE_SECONDS)
                 with Receiver(int(UNIVERSES * FPS * (seconds + 10)), 6454, ["ip", "netns", "exec", FAR]) as receiver:
-                    run([*inside, "ola_recorder", "-p", show, "-i", "1"], stderr=subprocess.DEVNULL, timeout=seconds + 30)
+                    run([*inside, "ola_recorder", "-p", show, "-i", "1"], stderr=subprocess.DEVNULL, timeout=seconds + SETTLE_SECONDS + 30)
                     rows = receiver.rows()
     finally:
         shutil.rmtree(home, ignore_errors=True)
@@ -104,7 +104,7 @@ def peer_figures(seconds):
         raise SkipScenario(f"the peer sent only universes {list(universes)}")
     # Named from 0 on, as ours are.
     rows["universe"] = numpy.searchsorted(universes, rows["universe"])
-    frames = Frames(rows, UNIVERSES, INTERVAL_NS)
+    frames = Frames(once_settled(rows), UNIVERSES, INTERVAL_NS)
     p50, p99, most = quantiles(frames.deviations * 1e-3)
     return {"frames": len(frames.first), "deviation_p50_us": p50, "deviation_p99_us": p99, "deviation_max_us": most,
             "drift_ppm": frames.drift_ppm()}
@@ -123,6 +123,8 @@ def run_scenario(bench):
     )
     result.goal("pacing, peer: p99 interval deviation, part of the peer's",
                 result.median("cuewright", "deviation_p99_us") / result.median("OLA's recorder", "deviation_p99_us"), 0.05)
+    result.goal("pacing, peer: packets of ours lost, repeated or out of order",
+                sum(one["faults"] + one["dropped"] for one in result.data["cases"]["cuewright"]["rounds"]), 0)
     result.tell("pacing, peer: drift in ppm", ours=result.median("cuewright", "drift_ppm"), peer=result.median("OLA's recorder", "drift_ppm"))
     result.tell("pacing, peer: frames of each run, of " + str(int(seconds * FPS)),
                 ours=result.median("cuewright", "frames"), peer=result.median("OLA's recorder", "frames"))
