@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <numeric>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
@@ -30,6 +32,10 @@ struct RepeaterAccess {
     static void add_frame(Repeater& engine, int universe,
                           const Playlist::Address* destination) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
         engine.init_merge_packet(universe, destination).zones = {1};
+    }
+    static void write(Repeater& engine, MergePacket& frame, const std::vector<unsigned char>& data,
+                      int brightness, int zone_id) ONDRA_NO_THREAD_SAFETY_ANALYSIS {
+        engine.modify_packet(frame, data, 1, brightness, zone_id);
     }
     static bool send(Repeater& engine, const MergePacket& frame, const Playlist::Address& address) {
         return engine.send_to_address(frame.packet, address);
@@ -131,6 +137,34 @@ void FrameLookUpOfTheBlankOne(benchmark::State& state) {
     }
 }
 BENCHMARK(FrameLookUpOfTheBlankOne);
+
+/// A packet's way into a frame, the look for its zone among 64 included. range(0): brightness in percent;
+/// range(1): the zone, all of whose channels it owns, or none.
+void ModifyPacket(benchmark::State& state) {
+    quiet();
+    Repeater engine;
+    std::vector<Zone> zones;
+    for (int id = 1; id <= 64; ++id) {
+        zones.push_back({id, id, std::vector<int>(kChannels)});
+        std::iota(zones.back().channels.begin(), zones.back().channels.end(), 0);
+    }
+    if (!engine.init_zones(zones)) {
+        state.SkipWithError("the zones were refused");
+        return;
+    }
+    const auto zone = static_cast<int>(state.range(1));
+    const auto data = full_packet(1);
+    MergePacket frame;
+    if (zone != Playlist::kNoZone) {
+        frame.zones = {zone};
+        claim_channels(frame, zones[static_cast<std::size_t>(zone) - 1]);
+    }
+    for (auto _ : state) {
+        RepeaterAccess::write(engine, frame, data, static_cast<int>(state.range(0)), zone);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(ModifyPacket)->ArgsProduct({{100, 50}, {Playlist::kNoZone, 64}});
 
 void ForwardingHeader(benchmark::State& state) {
     std::array<unsigned char, artnet::kForwardingHeaderSize> header{};

@@ -12,7 +12,8 @@ STORED_PACKETS = 64_000
 PACKETS_PER_SECOND = 2_000_000
 
 
-def measure(seconds, universes=16, playlists=1, zones=0, nodes=0):
+def measure(seconds, universes=16, playlists=1, zones=0, nodes=0, zone_each=False):
+    """`zones` are spread over the universes; `zone_each`: every playlist has one of its own, on all of them."""
     show = Show()
     settle = 0.3 + 0.02 * playlists
     with Receiver(int(1_200_000 * (settle + seconds + 1))) as receiver:
@@ -20,12 +21,14 @@ def measure(seconds, universes=16, playlists=1, zones=0, nodes=0):
         for number in range(1, playlists + 1):
             show.recording(f"{number}.rec", universes, max(STORED_PACKETS // universes // playlists, 1), sequence=number)
             in_zones = {universe: universe % zones + 1 for universe in range(universes)} if zones else None
+            if zone_each:
+                in_zones = dict.fromkeys(range(universes), number)
             show.playlist(number, f"{number}.rec", port, loop=True, zones=in_zones,
                           fps=PACKETS_PER_SECOND // universes // playlists, ppf=universes)
 
         def prepare(service):
-            if zones:
-                service.zones(zones, 512)
+            if zones or zone_each:
+                service.zones(playlists if zone_each else zones, 512)
             if nodes:
                 # One node for each universe that plays, the rest on others.
                 at = [*range(universes), *range(1000, 1000 + nodes - universes)][:nodes]
@@ -57,6 +60,7 @@ def run_scenario(bench):
         "playlists": [dict(playlists=n) for n in (1, 4, 16, 64)],
         "universes, merged": [dict(universes=n, zones=1) for n in (1, 4, 16, 64, 256)],
         "playlists, merged": [dict(playlists=n, zones=1) for n in (1, 4, 16, 64)],
+        "playlists, a zone each": [dict(playlists=n, zone_each=True) for n in (1, 4, 16, 64)],
         "zones": [dict(universes=64, zones=n) for n in (0, 1, 8, 64)],
         "nodes": [dict(universes=1, nodes=n) for n in (1, 10, 100, 1000)],
     }
