@@ -8,7 +8,7 @@ say() { printf '\033[1m==>\033[0m %s\n' "$*"; }
 die() { printf 'error: %s\n' "$*" >&2; exit 1; }
 
 build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libcli11-dev nlohmann-json3-dev libcairo2-dev)
-test_packages=(libgtest-dev libgmock-dev dbus-daemon libglib2.0-bin iproute2)
+test_packages=(libgtest-dev libgmock-dev dbus-daemon libglib2.0-bin iproute2 python3-numpy)
 run_packages=(dbus-daemon libglib2.0-bin)
 
 # ensure_packages NAME...: installs those Debian packages that are not there; quick when none is missing.
