@@ -14,7 +14,9 @@ public:
 
     std::uint8_t byte() { return static_cast<std::uint8_t>(random_()); }
     /// `low` to `high`, both included.
-    std::size_t between(std::size_t low, std::size_t high) { return low + random_() % (high - low + 1); }
+    std::size_t between(std::size_t low, std::size_t high) {
+        return low + static_cast<std::size_t>(random_() % (high - low + 1));
+    }
     bool one_in(std::size_t n) { return between(1, n) == 1; }
 
 private:
@@ -225,7 +227,8 @@ PiecewiseBuffer::int_type PiecewiseBuffer::underflow() {
     }
     const std::size_t rest = bytes_.size() - given_;
     random_ = random_ * 6'364'136'223'846'793'005U + 1;
-    const std::size_t n = piece_ == 0 ? rest : std::min<std::size_t>(rest, 1 + (random_ >> 33) % piece_);
+    const std::size_t n =
+        piece_ == 0 ? rest : std::min(rest, 1 + static_cast<std::size_t>((random_ >> 33) % piece_));
     char* const begin = bytes_.data() + given_;
     setg(begin, begin, begin + n);
     given_ += n;
