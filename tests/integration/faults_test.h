@@ -18,6 +18,9 @@ inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;
 #endif
+/// Whether the service, with a sanitizer or in an emulator, takes several times the time. scripts/cross tells
+/// of the emulator.
+[[nodiscard]] bool is_slow();
 
 /**
  * A running service with a beat, whose frames must all come, and in time, whatever else a test does.
