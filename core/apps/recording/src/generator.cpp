@@ -24,7 +24,8 @@ std::uint64_t unit_of(const Generation& generation) {
     return generation.timing == TimingUnit::Nanoseconds ? 1 : 1'000'000;
 }
 
-/// When a frame begins, in the timing's units. The wide type keeps weeks exact to the nanosecond.
+/// When a frame begins, in the timing's units. The wide type keeps weeks exact to the
+/// nanosecond; where it is no wider than a double, as on 32-bit ARM, days.
 std::uint64_t begin_of(const Generation& generation, std::uint64_t frame) {
     const long double units_a_second = 1e9L / static_cast<long double>(unit_of(generation));
     return static_cast<std::uint64_t>(static_cast<long double>(frame) * units_a_second /
