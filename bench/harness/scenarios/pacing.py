@@ -1,7 +1,5 @@
 """How late frames are at 40 frames a second, against a loop that yields until the same deadlines."""
 
-import contextlib
-import os
 import time
 
 import numpy
@@ -9,7 +7,7 @@ import numpy
 from .. import paths
 from ..analysis import Frames, order_faults, quantiles
 from ..machine import thread_seconds
-from ..programs import Program, Receiver, Service, run_measured
+from ..programs import Receiver, Service, run_measured
 from ..show import Show
 
 INTERVAL_NS = 25_000_000
@@ -129,13 +127,6 @@ def service(universes, seconds, playlists=1):
                    faults=sum(order_faults(rows, RECORDED_FRAMES, universes, number, INTERVAL_NS, least) for number in numbers))
 
 
-def with_other_core_busy(measure):
-    with contextlib.ExitStack() as stack:
-        for _ in range(max(os.cpu_count() - 1, 1)):
-            stack.enter_context(Program(["sh", "-c", "while :; do :; done"]))
-        return measure()
-
-
 def judge_against(result, ours_named, bare_named, label, universes):
     """States how much later than the bare loop the service is, in the figures that have a limit."""
     if universes in (10, 16):
@@ -156,10 +147,6 @@ def judge(bench, counts):
         merged = f"{universes} universes, {PLAYLISTS} playlists"
         judge_against(result, case, reference, case, universes)
         judge_against(result, merged, f"{merged}, bare loop", merged, universes)
-        if universes in (10, 16):
-            busy, busy_bare = f"{universes} universes, other core busy", f"{universes} universes, bare loop, other core busy"
-            result.goal(f"pacing, {universes} universes, other core busy: p99 interval deviation, times the bare loop's",
-                        result.median(busy, "deviation_p99_us") / result.median(busy_bare, "deviation_p99_us"), 2.0)
         for name in (reference, case, merged, f"{merged}, bare loop"):
             frames = sum(result.values(name, "frames"))
             told = {f"{packet} {point}": result.median(name, f"{packet}_{point}_us")
@@ -208,13 +195,6 @@ def run_scenario(bench):
             (names["merged bare"], merged.bare),
         )
         long_runs += [names[key] for key in names if universes == 16 or (universes == 256 and key in ("bare", "ours"))]
-        if universes in (10, 16):
-            bench.rounds(
-                (f"{universes} universes, bare loop, other core busy",
-                 lambda u=universes: with_other_core_busy(lambda: bare(u, seconds))),
-                (f"{universes} universes, other core busy",
-                 lambda u=universes: with_other_core_busy(lambda: service(u, seconds))),
-            )
     judge(bench, counts)
     judge_drift(bench, long_runs)
     judge_losses(bench)
