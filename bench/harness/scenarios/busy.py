@@ -8,9 +8,16 @@ from .pacing import bare, judge_losses, service
 
 
 def with_other_cores_busy(measure):
+    """
+    Measures while something keeps every core busy but the last.
+
+    Were these free to choose, each run would leave the player another core, and whoever got the one on which the machine's
+    other programs wake up was late by milliseconds, service or bare loop.
+    """
+    cores = sorted(os.sched_getaffinity(0))
     with contextlib.ExitStack() as stack:
-        for _ in range(max(os.cpu_count() - 1, 1)):
-            stack.enter_context(Program(["sh", "-c", "while :; do :; done"]))
+        for core in cores[:-1] or cores:
+            stack.enter_context(Program(["taskset", "-c", core, "sh", "-c", "while :; do :; done"]))
         return measure()
 
 
