@@ -19,7 +19,7 @@ def parse():
                                      "results and pictures go to build/bench/results.")
     parser.add_argument("scenario", nargs="*", help=", ".join(ALL) + "; all of them by default")
     parser.add_argument("--rounds", type=int, help="rounds of each case (5, or 1 with --quick)")
-    parser.add_argument("--seconds", type=float, help="length of a run in pacing, drift, idle and peer")
+    parser.add_argument("--seconds", type=float, help="length of a run in pacing, drift, busy, idle and peer")
     parser.add_argument("--quick", action="store_true", help="see that everything works; the figures mean nothing")
     parser.add_argument("--wait", type=float, default=60.0, help="seconds to wait in all for a quiet machine, for each scenario (60)")
     parser.add_argument("--table", action="store_true", help="measure nothing: print the last results as Markdown")

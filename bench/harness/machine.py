@@ -16,9 +16,12 @@ QUIET_SHARE = 0.05
 
 
 def commit():
-    """What is measured; "-dirty" at its end when something of it is not committed, "unknown" outside a repository."""
-    told = subprocess.run(["git", "-C", paths.TOP, "describe", "--always", "--dirty"], stdout=subprocess.PIPE,
-                          stderr=subprocess.DEVNULL, text=True, check=False)
+    """What is measured; "-dirty" at its end when something of it is not committed, "unknown" without git or a repository."""
+    try:
+        told = subprocess.run(["git", "-C", paths.TOP, "describe", "--always", "--dirty"], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, text=True, check=False)
+    except OSError:
+        return "unknown"
     return told.stdout.strip() or "unknown"
 
 

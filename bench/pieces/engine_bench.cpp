@@ -138,8 +138,8 @@ void FrameLookUpOfTheBlankOne(benchmark::State& state) {
 }
 BENCHMARK(FrameLookUpOfTheBlankOne);
 
-/// A packet's way into a frame, the look for its zone among 64 included. range(0): brightness in percent;
-/// range(1): the zone, all of whose channels it owns, or none.
+/// A packet's way into a frame. range(0): brightness in percent; range(1): the zone, all of whose channels it
+/// owns and that is looked for among 64, or none.
 void ModifyPacket(benchmark::State& state) {
     quiet();
     Repeater engine;
