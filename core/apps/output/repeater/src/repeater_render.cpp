@@ -111,9 +111,12 @@ PlaylistDesc* Repeater::next_due() {
 }
 
 void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet) {
+    // Both conditions hold their time by reference: std::function keeps 8 bytes that are aligned to 8 without
+    // allocating only where pointers have 8, and the worker must not allocate on a 32-bit board either.
     const Clock::time_point last_moment = next.due_time - kRehearsalMargin;
     if (Clock::now() < last_moment) {
-        ondra::wait_while([begin = next.due_time - kRehearsalLead] { return Clock::now() < begin; });
+        const Clock::time_point begin = next.due_time - kRehearsalLead;
+        ondra::wait_while([&begin] { return Clock::now() < begin; });
         rehearse(next, packet, last_moment);
         // One that follows closely may find no time for a rehearsal of its own.
         const Clock::time_point soon = ondra::saturating_add(next.due_time, kRehearsalLead);
@@ -126,7 +129,8 @@ void Repeater::wait_until_due(const PlaylistDesc& next, Playlist::Packet& packet
             }
         }
     }
-    ondra::wait_while([due_time = next.due_time] { return Clock::now() < due_time; });
+    const Clock::time_point due_time = next.due_time;
+    ondra::wait_while([&due_time] { return Clock::now() < due_time; });
 }
 
 void Repeater::rehearse(const PlaylistDesc& desc, Playlist::Packet& packet, Clock::time_point end) {
