@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <fstream>
 
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 #include <QCoreApplication>
+
+#include "support/emulation.h"
 
 namespace integration {
 
@@ -27,7 +28,7 @@ std::chrono::seconds standstill() {
 }  // namespace
 
 bool is_slow() {
-    return kSanitized || std::getenv("CUEWRIGHT_EMULATION") != nullptr;
+    return kSanitized || is_emulated();
 }
 
 void FaultsTest::start_with_beat(const ServiceSettings& settings) {

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 
 #include "bus_show.h"
 #include "live_recording.h"
@@ -16,6 +15,7 @@
 #include "service_test.h"
 #include "stress_run.h"
 #include "support/child_process.h"
+#include "support/emulation.h"
 
 namespace {
 
@@ -169,8 +169,7 @@ TEST_F(BusStressTest, EveryCallIsAnsweredAsTheModelSaysAndNothingIsLeftBehind) {
     EXPECT_TRUE(wait_until([&] { return process.descriptors() <= descriptors; }))
         << process.descriptors() << " descriptors, " << descriptors << " at the start";
     // What an emulator keeps for itself is not the service's either; scripts/cross tells of it.
-    const bool emulated = std::getenv("CUEWRIGHT_EMULATION") != nullptr;
-    if (kMemoryIsTheServices && !emulated && count >= kDefaultCalls) {
+    if (kMemoryIsTheServices && !is_emulated() && count >= kDefaultCalls) {
         EXPECT_LT(process.growth(), kMostGrowth) << "kB of memory over the second half";
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;

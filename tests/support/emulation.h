@@ -1,0 +1,12 @@
+#pragma once
+// Whether the programs under test run under an emulator, for limits that an emulator cannot keep.
+
+#include <cstdlib>
+#include <string_view>
+
+/// True under `scripts/cross --test` and `scripts/package-test` for another architecture, which set
+/// CUEWRIGHT_EMULATION=yes. Any other value says no, as it does to these scripts.
+[[nodiscard]] inline bool is_emulated() {
+    const char* value = std::getenv("CUEWRIGHT_EMULATION");
+    return value != nullptr && std::string_view(value) == "yes";
+}
