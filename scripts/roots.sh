@@ -75,8 +75,8 @@ enter_emulation() {
     else
         # Root has every user to give, which takes somebody outside who writes the map; programs gain the new name
         # space's rights when they are started with it.
-        gate=$(mktemp -u)
-        mkfifo -m 600 "$gate"
+        gate=$(mktemp -d)/gate
+        mkfifo "$gate"
         unshare --user sh -c 'read -r _ < "$0"; exec "$@"' "$gate" \
             "${unshare[@]}" sh -ec "$steps" "$processor" "$sysroot" "$@" &
         child=$!
@@ -88,7 +88,7 @@ enter_emulation() {
         echo 0 0 65536 > "/proc/$child/uid_map"
         echo 0 0 65536 > "/proc/$child/gid_map"
         echo > "$gate"
-        rm "$gate"
+        rm -r "${gate%/*}"
     fi
     wait "$child" || status=$?
     exit "$status"
