@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -95,8 +96,23 @@ protected:
                "where it gets none it takes the object for a wrong one and ends the service";
 #endif
     }
+    /// True while the service has a recording open.
+    [[nodiscard]] bool is_loading() {
+        const std::string descriptors = "/proc/" + std::to_string(service().program().pid()) + "/fd";
+        for (const std::filesystem::directory_entry& descriptor :
+             std::filesystem::directory_iterator(descriptors)) {
+            // It may be closed by now.
+            std::error_code gone;
+            if (std::filesystem::read_symlink(descriptor.path(), gone).extension() == ".rec") {
+                return true;
+            }
+        }
+        return false;
+    }
     /// Leaves the service `count` descriptors that it may still open.
     void leave_descriptors(int count) {
+        // A recording plays before it is loaded, and its end would leave one descriptor more.
+        ASSERT_TRUE(wait_until([this] { return !is_loading(); }));
         const pid_t pid = service().program().pid();
         const std::string descriptors = "/proc/" + std::to_string(pid) + "/fd/";
         // The number of the first one beyond them.
