@@ -58,17 +58,18 @@ run_ctest() {
     local build=$1 line closing=
     shift
     ctest --test-dir "$build" --output-on-failure "$@" | {
-        while IFS= read -r line; do
+        while IFS= read -r line || [ -n "$line" ]; do
             case $closing$line in
-                *'% tests passed'*) closing+=$line$'\n' ;;
+                [0-9]*'% tests passed, '*' failed out of '*) closing+=$line$'\n' ;;
                 *) printf '%s\n' "$line" ;;
             esac
         done
         # Without these lines nothing ran, and the log is another run's.
         [ -z "$closing" ] || awk '
             /: Skipped$/ { skipped = 1; reason = ""; next }
-            skipped && /^\[  SKIPPED \]/ { print "skipped: " $4 ":" reason; skipped = 0 }
-            skipped { reason = reason " " $0 }' "$build/Testing/Temporary/LastTest.log"
+            /^\[ (RUN|      OK|  FAILED)/ { skipped = 0 }
+            skipped && /^\[  SKIPPED \]/ { sub(/,$/, "", $4); print "skipped: " $4 ":" reason; skipped = 0 }
+            skipped { reason = reason " " $0 }' "$build/Testing/Temporary/LastTest.log" || true
         printf '%s' "$closing"
     }
 }

@@ -112,7 +112,7 @@ protected:
     /// Leaves the service `count` descriptors that it may still open.
     void leave_descriptors(int count) {
         // A recording plays before it is loaded, and its end would leave one descriptor more.
-        ASSERT_TRUE(wait_until([this] { return !is_loading(); }));
+        ASSERT_TRUE(wait_until([this] { return !is_loading(); })) << "a recording is still open";
         const pid_t pid = service().program().pid();
         const std::string descriptors = "/proc/" + std::to_string(pid) + "/fd/";
         // The number of the first one beyond them.

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string_view>
 
-/// True under `scripts/cross --test` and `scripts/package-test` for another architecture, which set
-/// CUEWRIGHT_EMULATION=yes. Any other value says no, as it does to these scripts.
+/// True under `scripts/cross --test`, which sets CUEWRIGHT_EMULATION=yes. Any other value says no, as it does
+/// to the scripts.
 [[nodiscard]] inline bool is_emulated() {
     const char* value = std::getenv("CUEWRIGHT_EMULATION");
     return value != nullptr && std::string_view(value) == "yes";
