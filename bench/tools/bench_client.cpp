@@ -15,7 +15,9 @@
 
 #include <time.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -28,6 +30,8 @@
 #include <QDBusMetaType>
 #include <QList>
 #include <QVariant>
+
+#include "bus/own_names.h"
 
 namespace {
 
@@ -129,7 +133,12 @@ void send_nodes(std::istream& words) {
     std::string text;
     words >> text;
     // A signal that comes along with its sender's name may find the receiver not knowing that name yet.
-    QDBusConnection::sessionBus().registerService(QStringLiteral("com.torvexserver.Netsurvey"));
+    const QDBusConnection connection = QDBusConnection::sessionBus();
+    if (!bus::own_name(connection, QStringLiteral("com.torvexserver.Netsurvey"))) {
+        std::cerr << "bench_client: another discovery is on the bus\n";
+        std::exit(1);
+    }
+    bus::settle_own_names(connection, std::chrono::milliseconds(kTimeoutMilliseconds));
     wait_for_notice();
     wait_for_notice();
     QDBusMessage signal =

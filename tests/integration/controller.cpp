@@ -1,9 +1,12 @@
 #include "controller.h"
 
+#include <chrono>
+
 #include <gtest/gtest.h>
 #include <QCoreApplication>
 #include <QDBusMetaType>
 
+#include "bus/own_names.h"
 #include "started_program.h"
 
 namespace integration {
@@ -14,6 +17,7 @@ const QString kService = QStringLiteral("com.torvexserver.Cuewright");
 const QString kDiscovery = QStringLiteral("com.torvexserver.Netsurvey");
 const QString kEngine = QStringLiteral("/");
 constexpr int kCallDeadline = 60'000;
+constexpr int kNoticeDeadline = 2'000;
 
 QString unused_name() {
     static int count = 0;
@@ -49,7 +53,9 @@ QList<int> channels(int first, int last) {
 }
 
 BusConnection::BusConnection(const std::string& address)
-    : name_(unused_name()), bus_(QDBusConnection::connectToBus(QString::fromStdString(address), name_)) {}
+    : name_(unused_name()), bus_(QDBusConnection::connectToBus(QString::fromStdString(address), name_)) {
+    bus::settle_own_names(bus_, std::chrono::milliseconds(kCallDeadline));
+}
 
 BusConnection::~BusConnection() {
     QDBusConnection::disconnectFromBus(name_);
@@ -156,11 +162,18 @@ std::string Controller::stopped_signature() const {
 }
 
 Discovery::Discovery(const std::string& address) : connection_(address) {
-    EXPECT_TRUE(connection_.bus().registerService(kDiscovery));
+    EXPECT_TRUE(bus::own_name(connection_.bus(), kDiscovery));
+    bus::settle_own_names(connection_.bus(), std::chrono::milliseconds(kCallDeadline));
+    // A signal that comes right behind its sender's name may find the receiver not knowing that name yet; who
+    // answers this knows it. A service that is held up does not answer, and has time enough.
+    QDBusMessage question = QDBusMessage::createMethodCall(kService, QStringLiteral("/logger"), QString(),
+                                                           QStringLiteral("getLevel"));
+    question.setAutoStartService(false);
+    static_cast<void>(connection_.bus().call(question, QDBus::Block, kNoticeDeadline));
 }
 
 Discovery::~Discovery() {
-    connection_.bus().unregisterService(kDiscovery);
+    bus::disown_name(connection_.bus(), kDiscovery);
 }
 
 void Discovery::announce(const std::string& message) {

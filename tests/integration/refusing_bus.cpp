@@ -9,6 +9,8 @@
 
 #include <dlfcn.h>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
 #include <QString>
 
 namespace {
@@ -26,12 +28,17 @@ void note(const QString& step) {
 
 }  // namespace
 
-bool QDBusConnection::registerService(const QString& name) {
-    using Function = bool (*)(QDBusConnection*, const QString&);
-    static const auto original =
-        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "_ZN15QDBusConnection15registerServiceERK7QString"));
+QDBusReply<QDBusConnectionInterface::RegisterServiceReply> QDBusConnectionInterface::registerService(
+    const QString& name, ServiceQueueOptions queue, ServiceReplacementOptions replacement) {
+    // A member function is called as a free one whose first argument is the object.
+    using Function = QDBusReply<RegisterServiceReply> (*)(QDBusConnectionInterface*, const QString&,
+                                                          ServiceQueueOptions, ServiceReplacementOptions);
+    static const auto original = reinterpret_cast<Function>(
+        dlsym(RTLD_NEXT,
+              "_ZN24QDBusConnectionInterface15registerServiceERK7QStringNS_19ServiceQueueOptionsENS_"
+              "25ServiceReplacementOptionsE"));
     note(QStringLiteral("name %1").arg(name));
-    return original(this, name);
+    return original(this, name, queue, replacement);
 }
 
 bool QDBusConnection::registerObject(const QString& path, QObject* object, RegisterOptions options) {

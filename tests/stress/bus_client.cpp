@@ -1,6 +1,9 @@
 #include "bus_client.h"
 
+#include <chrono>
 #include <sstream>
+
+#include "bus/own_names.h"
 
 namespace stress {
 
@@ -38,7 +41,11 @@ bool BusClient::wait_for_bus() {
 }
 
 bool BusClient::become_discovery() {
-    return connection_.bus().registerService(kDiscovery);
+    if (!bus::own_name(connection_.bus(), kDiscovery)) {
+        return false;
+    }
+    bus::settle_own_names(connection_.bus(), std::chrono::milliseconds(kStuckAfterMilliseconds));
+    return true;
 }
 
 bool BusClient::announce(const std::string& nodes) {

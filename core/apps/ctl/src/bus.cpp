@@ -7,6 +7,7 @@
 
 #include <QDBusError>
 
+#include "bus/own_names.h"
 #include "bus_probe.h"
 #include "names.h"
 #include "zone.h"
@@ -44,7 +45,12 @@ QDBusConnection connect_to(const std::string& address, std::chrono::milliseconds
     }
     // Before the connection, so that its thread, which may hold a zone to the end, ends before the types go.
     register_zone_types();
-    return QDBusConnection::connectToBus(QString::fromStdString(address), kConnection);
+    const QDBusConnection connection =
+        QDBusConnection::connectToBus(QString::fromStdString(address), kConnection);
+    if (connection.isConnected()) {
+        bus::settle_own_names(connection, time);
+    }
+    return connection;
 }
 
 bool is_absence(QDBusError::ErrorType error, const QString& name) {

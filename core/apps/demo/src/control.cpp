@@ -1,9 +1,12 @@
 #include "control.h"
 
+#include <chrono>
+
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QVariant>
 
+#include "bus/own_names.h"
 #include "failure.h"
 #include "zone.h"
 
@@ -23,9 +26,10 @@ const QString kDiscoveryInterface = QStringLiteral("com.torvexserver.Netsurvey.D
 
 Control::Control(const std::string& bus_address)
     : bus_(QDBusConnection::connectToBus(QString::fromStdString(bus_address), kConnection)) {
-    if (!bus_.isConnected() || !bus_.registerService(kDiscovery)) {
+    if (!bus_.isConnected() || !bus::own_name(bus_, kDiscovery)) {
         throw Failure("cannot use the private session bus: " + bus_.lastError().message().toStdString());
     }
+    bus::settle_own_names(bus_, std::chrono::milliseconds(kCallTimeoutMilliseconds));
     register_zone_types();
 }
 

@@ -19,6 +19,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include "bus/own_names.h"
 #include "bus_end.h"
 #include "cli/progress.h"
 #include "discovery_service.h"
@@ -81,6 +82,7 @@ std::optional<QJsonArray> ask_discovery() {
     QDBusMessage call =
         QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("describe_nodes"));
     call.setAutoStartService(false);
+    bus::settle_own_names(bus, std::chrono::milliseconds(kListTimeout));
     const QDBusReply<QString> reply = bus.call(call, QDBus::Block, kListTimeout);
     if (!reply.isValid()) {
         throw cli::Failure("the running discovery does not answer: " + reply.error().message().toStdString());
@@ -151,9 +153,10 @@ int run_service(const Options& options, posix::StopSignals& stop) {
         throw cli::Failure("cannot export an object on the session bus: " +
                            bus.lastError().message().toStdString());
     }
-    if (!bus.registerService(kService)) {
+    if (!bus::own_name(bus, kService)) {
         fail_for_name();
     }
+    bus::settle_own_names(bus, std::chrono::milliseconds(kListTimeout));
     discovery.recall();
     discovery.watch_player();
     Changes changes;

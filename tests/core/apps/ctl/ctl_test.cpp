@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "bus/own_names.h"
 #include "support/eventually.h"
 #include "support/private_network.h"
 
@@ -86,9 +87,9 @@ FakeDiscovery::FakeDiscovery(const std::string& bus_address, const QString& reco
     : connection_(bus_address), lister_(records) {
     EXPECT_TRUE(
         connection_.bus().registerObject(QStringLiteral("/"), &lister_, QDBusConnection::ExportAllSlots));
-    EXPECT_TRUE(connection_.bus().registerService(QStringLiteral("com.torvexserver.Netsurvey")));
+    EXPECT_TRUE(bus::own_name(connection_.bus(), QStringLiteral("com.torvexserver.Netsurvey")));
 }
 
 FakeDiscovery::~FakeDiscovery() {
-    connection_.bus().unregisterService(QStringLiteral("com.torvexserver.Netsurvey"));
+    bus::disown_name(connection_.bus(), QStringLiteral("com.torvexserver.Netsurvey"));
 }

@@ -5,6 +5,7 @@
 #include <QDBusError>
 #include <QString>
 
+#include "bus/own_names.h"
 #include "cuewright/version.h"
 #include "environment.h"
 #include "ondra/logger.h"
@@ -43,7 +44,7 @@ int main(int argc, char** argv) {
     }
 
     const bool registered =
-        bus.registerService(QStringLiteral("%1.Cuewright").arg(QStringLiteral("com.torvexserver"))) &&
+        bus::own_name(bus, QStringLiteral("%1.Cuewright").arg(QStringLiteral("com.torvexserver"))) &&
         bus.registerObject(QStringLiteral("/"), &repeater,
                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) &&
         bus.registerObject(QStringLiteral("/logger"), logger, QDBusConnection::ExportAllSlots) &&

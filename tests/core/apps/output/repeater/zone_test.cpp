@@ -2,6 +2,8 @@
 
 #include "zone.h"
 
+#include <chrono>
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -11,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "bus/own_names.h"
 #include "ondra/logger.h"
 #include "repeater.h"
 #include "support/captured_log.h"
@@ -44,7 +47,10 @@ protected:
         QDBusConnection::disconnectFromBus(QStringLiteral("server"));
         QDBusConnection::disconnectFromBus(QStringLiteral("client"));
     }
-    void SetUp() override { ASSERT_TRUE(server_.isConnected() && client_.isConnected()); }
+    void SetUp() override {
+        ASSERT_TRUE(server_.isConnected() && client_.isConnected());
+        bus::settle_own_names(client_, std::chrono::seconds(60));
+    }
 
     QDBusMessage call(const QString& path, const QString& interface, const char* method,
                       const QVariantList& arguments) {
