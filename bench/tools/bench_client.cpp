@@ -74,6 +74,7 @@ void wait_for_service() {
         nanosleep(&pause, nullptr);
     }
     std::cout << now() << std::endl;
+    bus::settle_own_names(QDBusConnection::sessionBus(), std::chrono::milliseconds(kTimeoutMilliseconds));
 }
 
 /// Reads "ID PRIORITY FIRST COUNT"; false at the end of the line.

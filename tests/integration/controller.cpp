@@ -17,7 +17,6 @@ const QString kService = QStringLiteral("com.torvexserver.Cuewright");
 const QString kDiscovery = QStringLiteral("com.torvexserver.Netsurvey");
 const QString kEngine = QStringLiteral("/");
 constexpr int kCallDeadline = 60'000;
-constexpr int kNoticeDeadline = 2'000;
 
 QString unused_name() {
     static int count = 0;
@@ -165,11 +164,12 @@ Discovery::Discovery(const std::string& address) : connection_(address) {
     EXPECT_TRUE(bus::own_name(connection_.bus(), kDiscovery));
     bus::settle_own_names(connection_.bus(), std::chrono::milliseconds(kCallDeadline));
     // A signal that comes right behind its sender's name may find the receiver not knowing that name yet; who
-    // answers this knows it. A service that is held up does not answer, and has time enough.
+    // answers this knows it.
     QDBusMessage question = QDBusMessage::createMethodCall(kService, QStringLiteral("/logger"), QString(),
                                                            QStringLiteral("getLevel"));
     question.setAutoStartService(false);
-    static_cast<void>(connection_.bus().call(question, QDBus::Block, kNoticeDeadline));
+    const QDBusMessage answer = connection_.bus().call(question, QDBus::Block, kCallDeadline);
+    EXPECT_EQ(answer.type(), QDBusMessage::ReplyMessage) << answer.errorMessage().toStdString();
 }
 
 Discovery::~Discovery() {

@@ -7,12 +7,15 @@
 namespace bus {
 
 bool own_name(const QDBusConnection& connection, const QString& name) {
-    return connection.interface()->registerService(name).value() ==
-           QDBusConnectionInterface::ServiceRegistered;
+    QDBusConnectionInterface* const daemon = connection.interface();
+    return daemon != nullptr &&
+           daemon->registerService(name).value() == QDBusConnectionInterface::ServiceRegistered;
 }
 
 void disown_name(const QDBusConnection& connection, const QString& name) {
-    static_cast<void>(connection.interface()->unregisterService(name).isValid());
+    if (QDBusConnectionInterface* const daemon = connection.interface()) {
+        static_cast<void>(daemon->unregisterService(name).isValid());
+    }
 }
 
 void settle_own_names(const QDBusConnection& connection, std::chrono::milliseconds time) {

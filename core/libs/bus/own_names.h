@@ -19,7 +19,8 @@ namespace bus {
  *
  * In place of QDBusConnection::registerService(), which adds to the list in the calling thread what the bus
  * thread adds as well. True when the name is this connection's; else its lastError() says why, which is empty
- * where somebody else has the name. Blocks for the daemon's answer.
+ * where somebody else has the name. False, too, for a connection that never was one. Blocks for the daemon's
+ * answer.
  */
 [[nodiscard]] bool own_name(const QDBusConnection& connection, const QString& name);
 

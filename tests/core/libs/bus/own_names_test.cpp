@@ -1,4 +1,4 @@
-// Names on a session bus, got and given up without Qt's own list of them being written by two threads.
+// Names on a session bus: got, refused, given up, and known to Qt as the program's own.
 
 #include "bus/own_names.h"
 
