@@ -48,9 +48,6 @@ TEST_F(TrustTest, NodesAnnouncedByAnotherThanTheDiscoveryServiceAreIgnored) {
     Discovery discovery(bus().address());
     Pretender pretender(bus().address());
     const std::string port = std::to_string(wire_.port());
-    // The service has heard of the discovery service's name once it has answered calls made after that.
-    controller().set_log_level(3);
-    controller().set_log_level(3);
     pretender.announce("1:5:10.0.0.1:" + port);
     discovery.announce("1:5:10.0.0.2:" + port);
     EXPECT_TRUE(controller().play(1));
