@@ -28,6 +28,14 @@ package_options() {
     done < <(apt-config dump | grep -E '^Acquire::(http|https|ftp)::Proxy|^Acquire::Check-|^Acquire::Retries' || true)
 }
 
+# throw_away_root OPTION...: mmdebstrap. Root's would mount /dev, /proc and /sys where all see them, and leave them in
+# its directory when it is killed; in a mount namespace of its own they end with it, however it ends.
+throw_away_root() {
+    local own=()
+    [ "$(id -u)" -ne 0 ] || own=(unshare --mount)
+    "${own[@]}" mmdebstrap "$@"
+}
+
 # progress LOG: keeps all that it reads in LOG and shows what tells how far the work is.
 progress() {
     local line
