@@ -67,7 +67,7 @@ run_ctest() {
         # Without these lines nothing ran, and the log is another run's.
         [ -z "$closing" ] || awk '
             /: Skipped$/ { skipped = 1; reason = ""; next }
-            /^\[ (RUN|      OK|  FAILED)/ { skipped = 0 }
+            /^\[ (RUN|      OK| FAILED)/ { skipped = 0 }
             skipped && /^\[  SKIPPED \]/ { sub(/,$/, "", $4); print "skipped: " $4 ":" reason; skipped = 0 }
             skipped { reason = reason " " $0 }' "$build/Testing/Temporary/LastTest.log" || true
         printf '%s' "$closing"
