@@ -136,7 +136,9 @@ void send_nodes(std::istream& words) {
     // A signal that comes along with its sender's name may find the receiver not knowing that name yet.
     const QDBusConnection connection = QDBusConnection::sessionBus();
     if (!bus::own_name(connection, QStringLiteral("com.torvexserver.Netsurvey"))) {
-        std::cerr << "bench_client: another discovery is on the bus\n";
+        const QString refusal = connection.lastError().message();
+        std::cerr << "bench_client: cannot have the discovery's name: "
+                  << (refusal.isEmpty() ? "another has it" : refusal.toStdString()) << '\n';
         std::exit(1);
     }
     bus::settle_own_names(connection, std::chrono::milliseconds(kTimeoutMilliseconds));

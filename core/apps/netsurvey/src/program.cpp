@@ -62,7 +62,7 @@ std::string bus_failure() {
            QDBusConnection::sessionBus().lastError().message().toStdString() + ")";
 }
 
-[[noreturn]] void fail_for_name() {
+[[noreturn]] void fail_for_other() {
     throw cli::Failure("cannot have the name " + kService.toStdString() +
                            ": another discovery has it (cuewright-netsurvey --list asks that one)",
                        kExitNameTaken);
@@ -132,7 +132,7 @@ int run_service(const Options& options, posix::StopSignals& stop) {
     }
     // Before the socket, which would take replies away from the one that runs.
     if (bus.interface()->isServiceRegistered(kService)) {
-        fail_for_name();
+        fail_for_other();
     }
     const std::string state = options.state_file.value_or(Memory::default_path(bus_id(bus)));
 
@@ -154,7 +154,12 @@ int run_service(const Options& options, posix::StopSignals& stop) {
                            bus.lastError().message().toStdString());
     }
     if (!bus::own_name(bus, kService)) {
-        fail_for_name();
+        // Without an error it is another's; a bus may also refuse it by its policy.
+        if (const QString refusal = bus.lastError().message(); !refusal.isEmpty()) {
+            throw cli::Failure("cannot have the name " + kService.toStdString() + ": " +
+                               refusal.toStdString());
+        }
+        fail_for_other();
     }
     bus::settle_own_names(bus, std::chrono::milliseconds(kListTimeout));
     discovery.recall();

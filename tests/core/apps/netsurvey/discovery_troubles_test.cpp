@@ -40,6 +40,20 @@ TEST_F(DiscoveryTest, WhatCannotBeDoneIsSaid) {
     EXPECT_EQ(wrong.wait_exit(), 2);
 }
 
+TEST_F(DiscoveryTest, ABusThatDeniesTheNameIsToldFromAnotherDiscovery) {
+    const QTemporaryDir directory;
+    const integration::SessionBus denying(
+        directory.path().toStdString(),
+        "<policy context=\"mandatory\"><deny own=\"com.torvexserver.Netsurvey\"/></policy>");
+    ASSERT_TRUE(denying.running());
+    ChildProgram program({NETSURVEY_PROGRAM, "--state", path("other")},
+                         {"DBUS_SESSION_BUS_ADDRESS=" + denying.address()});
+    EXPECT_EQ(program.wait_exit(), 1);
+    EXPECT_THAT(program.error_output(),
+                HasSubstr("cannot have the name com.torvexserver.Netsurvey: Connection \""));
+    EXPECT_THAT(program.error_output(), HasSubstr("is not allowed to own the service"));
+}
+
 TEST_F(DiscoveryTest, LookingShowsHowLongItStillTakes) {
     tests::Terminal terminal(100, 30);
     if (terminal.name().empty()) {
