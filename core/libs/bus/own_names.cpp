@@ -25,7 +25,10 @@ void settle_own_names(const QDBusConnection& connection, std::chrono::millisecon
     // The daemon has announced the names before its first answer. The bus thread queues each for itself when
     // it reads it, and sends the second question behind them.
     for (int round = 0; round < 2; ++round) {
-        static_cast<void>(connection.call(question, QDBus::Block, static_cast<int>(time.count())));
+        const QDBusMessage answer = connection.call(question, QDBus::Block, static_cast<int>(time.count()));
+        if (answer.type() != QDBusMessage::ReplyMessage) {
+            return;
+        }
     }
 }
 

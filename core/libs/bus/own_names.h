@@ -32,8 +32,8 @@ void disown_name(const QDBusConnection& connection, const QString& name);
  * Waits until the bus thread has written down all names that the connection has got so far.
  *
  * To be called after connecting, and after own_name() or disown_name(), before the first call to another
- * program; calls to the daemon itself do not look into the list. Blocks for two answers of the daemon, or
- * twice `time`.
+ * program; calls to the daemon itself do not look into the list. Blocks for two answers of the daemon; a
+ * daemon that has not answered after `time` is not asked again.
  */
 void settle_own_names(const QDBusConnection& connection, std::chrono::milliseconds time);
 

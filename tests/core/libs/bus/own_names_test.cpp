@@ -61,6 +61,13 @@ TEST_F(OwnNamesTest, ANameThatNoBusAllowsIsAnError) {
     EXPECT_NE(first_.lastError().type(), QDBusError::NoError);
 }
 
+TEST_F(OwnNamesTest, AConnectionThatNeverWasOneGetsNoName) {
+    const QDBusConnection none(QStringLiteral("nobody's"));
+    EXPECT_FALSE(bus::own_name(none, kName));
+    bus::disown_name(none, kName);
+    EXPECT_EQ(owner(), QString());
+}
+
 TEST_F(OwnNamesTest, OnceSettledQtKnowsTheNamesAsItsOwn) {
     QObject object;
     ASSERT_TRUE(first_.registerObject(QStringLiteral("/object"), &object));
