@@ -105,6 +105,7 @@ private:
 /// The test in the role of the discovery service.
 class Discovery {
 public:
+    /// Takes the name and waits until the service, which has to run, knows it.
     explicit Discovery(const std::string& address);
     /// Gives the name back first, so that another may have it at once.
     ~Discovery();

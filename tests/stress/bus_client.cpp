@@ -45,7 +45,9 @@ bool BusClient::become_discovery() {
         return false;
     }
     bus::settle_own_names(connection_.bus(), std::chrono::milliseconds(kStuckAfterMilliseconds));
-    return true;
+    // A signal right behind its sender's name may find the service not knowing that name yet; once it has
+    // answered, it knows it.
+    return call(RandomCalls::get_level()).type() == QDBusMessage::ReplyMessage;
 }
 
 bool BusClient::announce(const std::string& nodes) {

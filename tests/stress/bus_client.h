@@ -28,7 +28,7 @@ public:
     /// Returns when the bus has passed on all that was sent before.
     [[nodiscard]] bool wait_for_bus();
 
-    /// Takes the name of the discovery service.
+    /// Takes the name of the discovery service and waits until the service under test knows it.
     [[nodiscard]] bool become_discovery();
     /// As the discovery service. The service hears it before any later call of the same client.
     [[nodiscard]] bool announce(const std::string& nodes);

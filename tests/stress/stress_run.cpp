@@ -283,7 +283,7 @@ std::string StressRun::announce(Random& random) {
     if (!discovery_) {
         discovery_ = std::make_unique<BusClient>(setting_.address);
         if (!discovery_->become_discovery()) {
-            return "the discovery service's name is taken";
+            return "the discovery service's name is taken, or the service does not answer";
         }
     }
     const bool appears = random.chance(55);
