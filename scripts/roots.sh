@@ -29,10 +29,11 @@ package_options() {
 }
 
 # throw_away_root OPTION...: mmdebstrap. Root's would mount /dev, /proc and /sys where all see them, and leave them in
-# its directory when it is killed; in a mount namespace of its own they end with it, however it ends.
+# its directory when it is killed; in a mount namespace of its own they end with it, however it ends. Where root may not
+# have one, mmdebstrap does as well as it can.
 throw_away_root() {
     local own=()
-    [ "$(id -u)" -ne 0 ] || own=(unshare --mount)
+    [ "$(id -u)" -ne 0 ] || ! unshare --mount true 2>/dev/null || own=(unshare --mount)
     "${own[@]}" mmdebstrap "$@"
 }
 
