@@ -6,6 +6,7 @@ import numpy
 
 from .. import paths
 from ..analysis import rate
+from ..machine import supply_pages
 from ..programs import Receiver, Service, run_measured
 from ..show import Show
 
@@ -17,6 +18,7 @@ SETTLE_SECONDS = 0.3
 
 def bare(packets):
     with Receiver(packets) as receiver:
+        supply_pages()
         cpu = run_measured([paths.tool("sendto_loop"), receiver.port, packets])
         rows = receiver.rows()
         return {"packets_per_second": rate(rows, receiver.dropped), "cpu_ns_per_packet": cpu / packets * 1e9,
@@ -30,6 +32,7 @@ def plain(packets):
         show.recording("burst.rec", UNIVERSES, packets // UNIVERSES)
         show.playlist(1, "burst.rec", receiver.port)
         with Service(show) as service:
+            supply_pages()
             cpu = service.worker_seconds()
             service.play(1)
             receiver.wait_for(packets)
@@ -49,6 +52,7 @@ def overdue(receiver, show, playlists, seconds, prepare=lambda service: None, se
     """
     with Service(show) as service:
         prepare(service)
+        supply_pages()
         for number in playlists:
             service.play(number)
             service.ask(f"call pause_playlist {number}")

@@ -2,6 +2,7 @@
 
 from .. import paths
 from ..analysis import rate
+from ..machine import supply_pages
 from ..programs import Receiver, run_measured
 from ..show import ADDRESS, Show
 from .burst import overdue
@@ -42,6 +43,7 @@ def measure(seconds, universes=16, playlists=1, zones=0, nodes=0, zone_each=Fals
 
 def bare(packets):
     with Receiver(packets) as receiver:
+        supply_pages()
         cpu = run_measured([paths.tool("sendto_loop"), receiver.port, packets])
         return {"ns_per_packet": 1e9 / rate(receiver.rows(), receiver.dropped), "cpu_ns_per_packet": cpu / packets * 1e9}
 
