@@ -23,13 +23,13 @@ def supply_pages():
     """
     Takes memory and gives it back, so that the host of a virtual machine has supplied what a run is about to fill.
 
-    A host takes back what its guest leaves free, and supplies it anew at the first touch, by a fifth of the speed of
-    copying or less. That is a cost of whoever comes first after a pause, in a load as in the kernel's queue of datagrams,
-    and says nothing about the program that happens to pay it. Never takes more than a quarter of what is free.
+    A host takes back what its guest leaves free, and supplies it anew at the first touch, several times more slowly than
+    the guest copies. That is a cost of whoever comes first after a pause, in a load as in the kernel's queue of datagrams,
+    and says nothing about the program that happens to pay it. Never takes more than a quarter of what is available.
     """
     with open("/proc/meminfo", encoding="ascii") as file:
-        free = next(int(line.split()[1]) for line in file if line.startswith("MemAvailable:")) * 1024
-    size = min(PAGES_SUPPLIED, free // 4)
+        available = next(int(line.split()[1]) for line in file if line.startswith("MemAvailable:")) * 1024
+    size = min(PAGES_SUPPLIED, available // 4)
     mmap.mmap(-1, size, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE).close()
 
 
