@@ -62,7 +62,8 @@ def run_one(name, options):
     result.print_medians()
     noise = result.noise()
     if noise > machine.QUIET_SHARE:
-        say(f"  the machine was NOT quiet: other programs took {noise:.2f} cores in the median run; see `others` beside each round")
+        say(f"  the machine was NOT quiet: other programs and the hypervisor took {noise:.2f} cores in the median run; "
+            "see `others` and `steal` beside each round")
     result.data["seconds"] = time.monotonic() - started
     result.write()
     if not options.quick:
