@@ -30,7 +30,7 @@ class Result:
         return statistics.median(self.values(case, figure))
 
     def noise(self):
-        """Cores that other programs took, median over all runs."""
+        """Cores that other programs and the hypervisor took, median over all runs."""
         return statistics.median(entry["others"] + entry["steal"] for case in self.data["cases"].values() for entry in case["rounds"])
 
     def goal(self, text, value, limit, at_least=False, unit=""):
