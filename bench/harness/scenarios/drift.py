@@ -1,23 +1,17 @@
 """Whether anything adds up over a minute, for the numbers of universes and playlists that pacing runs for less."""
 
-from .pacing import PLAYLISTS, Merged, judge_drift, judge_losses, service
-
-# Datagrams within 25 ms from which on playlists wait for each other so long that a bare loop stands beside them.
-LARGE = 256
+from .pacing import PLAYLISTS, Pair, judge_drift, judge_losses
 
 
 def run_scenario(bench):
     seconds = bench.options.seconds or bench.choose(60.0, 2.0)
-    counts = bench.choose(((64, 1), (1, PLAYLISTS), (64, PLAYLISTS), (256, PLAYLISTS), (4, 64)), ((16, 1), (1, PLAYLISTS), (4, 64)))
+    counts = bench.choose(((1, 1), (10, 1), (64, 1), (1, PLAYLISTS), (64, PLAYLISTS), (256, PLAYLISTS), (4, 64)),
+                          ((16, 1), (1, PLAYLISTS), (4, 64)))
     cases = []
     for universes, playlists in counts:
-        if playlists == 1:
-            cases.append((f"{universes} universes", lambda u=universes: service(u, seconds)))
-            continue
-        merged = Merged(universes, seconds, playlists)
-        cases.append((f"{universes} universes, {playlists} playlists", merged.ours))
-        if universes * playlists >= LARGE:
-            cases.append((f"{universes} universes, {playlists} playlists, bare loop", merged.bare))
+        name = f"{universes} universes" + (f", {playlists} playlists" if playlists > 1 else "")
+        pair = Pair(universes, seconds, playlists)
+        cases += [(name, pair.ours), (f"{name}, bare loop", pair.bare)]
     bench.rounds(*cases)
     judge_drift(bench, [name for name, _ in cases])
     judge_losses(bench)

@@ -67,9 +67,9 @@ def latest_before(frames, moment):
     return float(numpy.max(early)) if len(early) else 0.0
 
 
-class Merged:
+class Pair:
     """
-    The service with several playlists, and a bare loop that sends as many packets at the same times of a frame.
+    The service with one or several playlists, and a bare loop that sends as many packets at the same times of a frame.
 
     When within 25 ms a playlist is due follows from when it was started. The bare loop takes these offsets from the last
     run of the service, so that the service has to run first.
@@ -187,7 +187,7 @@ def run_scenario(bench):
         names = {"bare": f"{universes} universes, bare loop", "ours": f"{universes} universes",
                  "merged": f"{universes} universes, {PLAYLISTS} playlists",
                  "merged bare": f"{universes} universes, {PLAYLISTS} playlists, bare loop"}
-        merged = Merged(universes, long)
+        merged = Pair(universes, long)
         bench.rounds(
             (names["bare"], lambda u=universes, s=ours: bare(u, s)),
             (names["ours"], lambda u=universes, s=ours: service(u, s)),
